@@ -1,0 +1,88 @@
+// SPDX-License-Identifier: MIT
+//
+// Events: one way to wait for everything that can end or have data.
+//
+// A zelBaseEvent stands for one thing of the system that can become ready, as a descriptor that
+// can be polled. A zelEvent is what callers hold: it owns its base event, says what kind of event
+// it is, and can be waited for alone, with others, or in any event loop of the caller's own.
+//
+// An event belongs to one thread at a time. What it watches must outlive it unless its class says
+// otherwise.
+#ifndef PLINTH_VARNHOLT_EVENTS_H
+#define PLINTH_VARNHOLT_EVENTS_H
+
+#include <memory>
+
+#include "outside/zelexport.h"
+
+/// What can become ready. The descriptor is made or found on demand and belongs to the event.
+class ZEL_EXPORT zelBaseEvent {
+public:
+    /// Which readiness of the descriptor counts. The end of a stream or pipe, and a failure that
+    /// the next read would report, count as readable; a failure that the next write would report
+    /// counts as writable.
+    enum Readiness { Readable, Writable, Exceptional };
+
+    zelBaseEvent() = default;
+    zelBaseEvent(const zelBaseEvent&) = delete;
+    zelBaseEvent& operator=(const zelBaseEvent&) = delete;
+    virtual ~zelBaseEvent();
+
+    /// The descriptor to poll, or -1 where there is none to be had: such an event never fires.
+    virtual int GetDescriptor() = 0;
+    virtual Readiness GetReadiness() const;
+};
+
+/// The readiness of one socket, which the event does not own.
+class ZEL_EXPORT zelSelectEvent : public zelBaseEvent {
+public:
+    using Type = zelBaseEvent::Readiness;
+
+    zelSelectEvent(unsigned int socket, Type type);
+
+    int GetDescriptor() override;
+    Readiness GetReadiness() const override;
+
+private:
+    unsigned int socket;
+    Type type;
+};
+
+class ZEL_EXPORT zelEvent {
+public:
+    /// Takes the base event over. A null base is an event that never fires.
+    explicit zelEvent(zelBaseEvent* base);
+    zelEvent(const zelEvent&) = delete;
+    zelEvent& operator=(const zelEvent&) = delete;
+
+    /// Called on an event that has fired, before a wait returns it. True accepts it; false means
+    /// that the wait goes on, so whoever answers false has taken away what made it fire.
+    virtual bool OnEventSignaled();
+    /// Called before each wait.
+    virtual void OnReset();
+    virtual ~zelEvent();
+    /// The kind of the concrete class, from AllocEventKind.
+    virtual int GetKind() = 0;
+    /// The concrete event, for its class's cast().
+    virtual void* GetInfo() = 0;
+
+    /// A new kind; one is taken for each event class while the library loads.
+    static int AllocEventKind();
+
+    /// True if the event stands signalled now. Calls neither hook.
+    bool IsSignaled();
+    /// Waits until the event fires, `msec` milliseconds at the most, -1 for ever. True if it fired.
+    bool Wait(int msec);
+    /// Waits until one of `count` events fires: the index of the first one that did, or -1 when
+    /// the time has run out. Null pointers among the events never fire. With no event that can
+    /// ever fire and no limit the call returns -1 at once instead of never.
+    static int WaitAny(zelEvent* const* events, unsigned int count, int msec);
+    /// A descriptor for the caller's own poll loop: ready (see GetReadiness of the base event)
+    /// when the event is signalled. It belongs to the event. -1 if there is none.
+    int GetDescriptor();
+
+private:
+    std::unique_ptr<zelBaseEvent> base;
+};
+
+#endif

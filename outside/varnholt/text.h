@@ -1,0 +1,30 @@
+// SPDX-License-Identifier: MIT
+//
+// Text helpers of the ground: lengths, the environment, and the codec of neutral text.
+#ifndef PLINTH_VARNHOLT_TEXT_H
+#define PLINTH_VARNHOLT_TEXT_H
+
+#include "outside/zelexport.h"
+
+/// Bytes of `text` before its NUL; 0 for a null pointer.
+ZEL_EXPORT int Strlen(const char* text);
+
+/// Sets `*value` to the value of the environment variable and gives true, or gives false and
+/// leaves `*value` alone. The text belongs to the environment.
+ZEL_EXPORT bool Getenv(const char* name, const char** value);
+
+/// Writes the neutral form of `wide`, UTF-8 (RFC 3629), with its NUL, and returns the bytes
+/// before that NUL. A wide character that is no Unicode scalar value becomes U+FFFD. The output
+/// is `neutral`, whatever its `const` says.
+///
+/// Requires: `neutral` has room for 4 bytes a wide character and one more.
+ZEL_EXPORT int mbxWideToNeut(char const* neutral, wchar_t const* wide);
+
+/// Writes the wide form of `neutral`, with its NUL, and returns the wide characters before that
+/// NUL. Each byte that is part of no valid UTF-8 sequence becomes U+FFFD, so that any bytes up to
+/// the NUL can be read. The output is `wide`, whatever its `const` says.
+///
+/// Requires: `wide` has room for two wide characters more than `neutral` has bytes.
+ZEL_EXPORT int mbxNeutToWide(char const* neutral, wchar_t const* wide);
+
+#endif

@@ -1,0 +1,22 @@
+// SPDX-License-Identifier: MIT
+#include "outside/win32/handles.h"
+
+#include "posix/handleobject.h"
+#include "posix/syscalls.h"
+
+bool CloseHandle(void* handle) {
+    if ((reinterpret_cast<long>(handle) & 1) != 0) {
+        const sys::KeepErrno keep;
+        const int descriptor = zelDescriptorOfHandle(handle);
+        // An interrupted close has closed all the same: a second one could hit a newcomer.
+        return descriptor >= 0 && (sys::close(descriptor) == 0 || errno == EINTR);
+    }
+    if (handle == nullptr)
+        return false;
+    static_cast<posix::HandleObject*>(handle)->ReleaseHandle();
+    return true;
+}
+
+unsigned int GetLastError() {
+    return static_cast<unsigned int>(errno);
+}
