@@ -1,0 +1,310 @@
+// SPDX-License-Identifier: MIT
+//
+// The root of every container: the element policy, the keyed interface, the iterator, and the one
+// store that all of them stand on, the growable array dsXArray.
+//
+// How dsXArray differs from std::vector:
+//  - Elements are plain bytes. They are moved by block copy and never constructed or destroyed;
+//    what Resize adds holds whatever the buffer held. What pointers point to is the caller's.
+//  - The capacity counts whole blocks (256 bytes' worth unless the control says otherwise). The
+//    allocator below keeps slack of its own, so appending is linear in time all the same.
+//  - How elements are allocated and copied is a set of virtual operations. A derived class sees
+//    every movement.
+//  - It has a run-time interface: code can work on a dsArray or a dsDataMap without knowing which
+//    container it has. Adding, removing and finding by key are for the maps; on an array they are
+//    fatal reports.
+//  - Nothing is checked. An index or a range that is outside the array is the caller's bug.
+//
+// Like std::vector, an array may be read by many threads at once and changed by one alone, and
+// every address into it is void once the buffer has moved. An operation that runs out of memory,
+// or is asked for a size that unsigned int cannot count in whole blocks, throws what `new` throws
+// and leaves the array as it was.
+#ifndef PLINTH_DSDATCOL_H
+#define PLINTH_DSDATCOL_H
+
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <type_traits>
+
+#include "outside/quillmarsh/abort.h"
+#include "outside/quillmarsh/memory.h"
+#include "outside/zelexport.h"
+
+class ZEL_EXPORT pfuDirPath;
+
+/// Walks the elements of a container, which must outlive the iterator.
+template <typename T>
+class ZEL_EXPORT dsBaseIter {
+public:
+    dsBaseIter() = default;
+    dsBaseIter& operator=(const dsBaseIter&) = delete;
+
+    /// A new iterator at the same position. The caller deletes it.
+    virtual dsBaseIter<T>* Reproduce() = 0;
+    virtual ~dsBaseIter() = default;
+    virtual void SetAtFirst() = 0;
+    virtual bool Finished() const = 0;
+    /// Requires: the iterator is not finished; likewise for Current.
+    virtual void MoveToNext() = 0;
+    virtual T& Current() const = 0;
+
+protected:
+    dsBaseIter(const dsBaseIter&) = default;
+};
+
+/// What every collection of T can do, and how it handles the storage of elements.
+template <typename T>
+class ZEL_EXPORT dsDataCollection {
+public:
+    /// Storage for `count` elements from zelAlloc.
+    virtual T* AllocElems(unsigned int count) const {
+        return static_cast<T*>(zelAlloc(BytesOf(count)));
+    }
+    /// The same elements in storage for `newCount`. `used` of them are in use, for a policy that
+    /// wants to move no more than that.
+    virtual T* ReallocElems(T* elems, [[maybe_unused]] unsigned int used,
+                            unsigned int newCount) const {
+        return static_cast<T*>(zelReAlloc(elems, BytesOf(newCount)));
+    }
+    /// A hook for derived classes; the library never calls it.
+    virtual void CleanupElems([[maybe_unused]] T* elems,
+                              [[maybe_unused]] unsigned int count) const {}
+    /// Releases the storage and makes `elems` null.
+    virtual void FreeElems(T*& elems) const {
+        zelFree(elems);
+        elems = nullptr;
+    }
+    /// The ranges may overlap, and may be null when `count` is 0.
+    virtual void CopyElems(const T* source, T* target, unsigned int count) const {
+        if (count != 0)
+            std::memmove(target, source, count * sizeof(T));
+    }
+    virtual ~dsDataCollection() = default;
+    /// A new iterator at the first element. The caller deletes it.
+    virtual dsBaseIter<T>* GetIter() const = 0;
+    virtual unsigned int GetSize() const = 0;
+    virtual bool IsEmpty() const { return GetSize() == 0; }
+
+protected:
+    dsDataCollection() = default;
+    dsDataCollection(const dsDataCollection&) = default;
+    dsDataCollection& operator=(const dsDataCollection&) = default;
+
+    /// The bytes of `count` elements; a number that size_t cannot hold is exhaustion.
+    static std::size_t BytesOf(unsigned int count) {
+        if (std::size_t{count} > SIZE_MAX / sizeof(T))
+            zelOutOfMemory();
+        return count * sizeof(T);
+    }
+};
+
+/// A collection whose elements of type T are reached by a key. Add, Remove and Find are fatal
+/// reports in a class that does not override them, and false if the report comes back.
+template <typename T, typename K>
+class ZEL_EXPORT dsDataMap : public virtual dsDataCollection<T> {
+public:
+    virtual T& operator[](K key) const = 0;
+    virtual bool Contains(K key) const = 0;
+    virtual bool Add(K key, const T& value);
+    virtual bool Remove(K key);
+    virtual bool Find(K key, T& value) const;
+};
+
+/// A map from indices to elements. Contains asks whether an index is valid.
+template <typename T>
+class ZEL_EXPORT dsArray : public dsDataMap<T, unsigned int> {
+public:
+    bool Contains(unsigned int index) const override { return index < this->GetSize(); }
+    dsBaseIter<T>* GetIter() const override;
+};
+
+/// An array whose elements lie one behind the other.
+template <typename T>
+class ZEL_EXPORT dsStraightArray : public dsArray<T> {
+public:
+    T& operator[](unsigned int index) const override { return GetDataPtr()[index]; }
+    /// The first element; null while nothing was ever allocated.
+    virtual T* GetDataPtr() const = 0;
+};
+
+/// How one dsXArray grows: in blocks of `blockSize` elements (0: the default), and with `shrink`
+/// also back again.
+class dsXACtrl {
+public:
+    dsXACtrl(unsigned int elements, bool follow) : shrink(follow), blockSize(elements) {}
+
+    bool shrink;
+    unsigned int blockSize;
+};
+
+template <typename T>
+class ZEL_EXPORT dsXArray : public dsStraightArray<T> {
+    static_assert(std::is_trivially_copyable_v<T>, "elements are moved as bytes");
+
+public:
+    /// An empty array without a buffer. A null control asks for the defaults.
+    explicit dsXArray(const dsXACtrl* control) : shrink(false), blockSize(0) { Init(control); }
+    dsXArray(const dsXArray&) = delete;
+    dsXArray& operator=(const dsXArray&) = delete;
+    ~dsXArray() override {
+        zelFree(data);
+        data = nullptr;
+    }
+
+    unsigned int GetSize() const override { return size; }
+    T* GetDataPtr() const override { return data; }
+
+    /// Elements that come in are not cleared. Without `shrink` the buffer never gets smaller.
+    void Resize(unsigned int newSize) {
+        if (!shrink && newSize <= capacity)
+            size = newSize;
+        else
+            MoveTo(newSize);
+    }
+    /// Requires: `pos` is not beyond the end, and `source` not in this array, which may move
+    /// before `source` is read. The same holds for the three that follow.
+    void Insert(unsigned int pos, unsigned int count, const T* source) {
+        const unsigned int old = size;
+        if (count > UINT32_MAX - old)
+            zelOutOfMemory();
+        Resize(old + count);
+        T* const gap = data + pos;
+        this->CopyElems(gap, gap + count, old - pos);
+        this->CopyElems(source, gap, count);
+    }
+    void Insert(unsigned int pos, const T& element) { Insert(pos, 1, &element); }
+    void Append(unsigned int count, const T* source) { Insert(size, count, source); }
+    void operator+=(const T& element) { Insert(size, 1, &element); }
+    /// Takes `count` elements out; a non-null `removed` receives them.
+    void RemoveAt(unsigned int pos, unsigned int count, T* removed) {
+        T* const gap = data + pos;
+        if (removed != nullptr)
+            this->CopyElems(gap, removed, count);
+        this->CopyElems(gap + count, gap, size - (pos + count));
+        Resize(size - count);
+    }
+    void Clear() { Resize(0); }
+
+protected:
+    /// Starts empty and without a buffer, freeing nothing. A null control leaves the policy.
+    void Init(const dsXACtrl* control);
+    /// What must hold after every operation; for tests.
+    bool IsConsistent() const {
+        return blockSize != 0 && size <= capacity && capacity % blockSize == 0 &&
+               (capacity == 0 || data != nullptr);
+    }
+
+private:
+    unsigned int OptimizeSize(unsigned int count);
+    void MoveTo(unsigned int newSize);
+
+    T* data;
+    unsigned int size;
+    unsigned int capacity;
+    bool shrink;
+    unsigned int blockSize;
+};
+
+/// Walks an array by index, so that it survives a move of the elements and follows the size.
+template <typename T>
+class ZEL_EXPORT dsArrayIter : public dsBaseIter<T> {
+public:
+    explicit dsArrayIter(const dsArray<T>& walked) : index(0), array(&walked) {}
+    dsArrayIter(const dsArrayIter&) = default;
+
+    dsBaseIter<T>* Reproduce() override { return new dsArrayIter(*this); }
+    void SetAtFirst() override { index = 0; }
+    bool Finished() const override { return index >= array->GetSize(); }
+    void MoveToNext() override { ++index; }
+    T& Current() const override { return (*array)[index]; }
+
+private:
+    unsigned int index;
+    const dsArray<T>* array;
+};
+
+// The reports name the place where callers have always been told to look.
+template <typename T, typename K>
+bool dsDataMap<T, K>::Add(K, const T&) {
+    zelAbort("dsDataMap::Add ()", "dsdatcol", 299);
+    return false;
+}
+
+template <typename T, typename K>
+bool dsDataMap<T, K>::Remove(K) {
+    zelAbort("dsDataMap::Remove ()", "dsdatcol", 303);
+    return false;
+}
+
+template <typename T, typename K>
+bool dsDataMap<T, K>::Find(K, T&) const {
+    zelAbort("dsDataMap::Find ()", "dsdatcol", 307);
+    return false;
+}
+
+template <typename T>
+dsBaseIter<T>* dsArray<T>::GetIter() const {
+    return new dsArrayIter<T>(*this);
+}
+
+template <typename T>
+void dsXArray<T>::Init(const dsXACtrl* control) {
+    size = 0;
+    capacity = 0;
+    data = nullptr;
+    if (control != nullptr) {
+        shrink = control->shrink;
+        blockSize = control->blockSize;
+    }
+    if (blockSize == 0)
+        blockSize = sizeof(T) < 256 ? 256 / sizeof(T) : 1;
+}
+
+/// `count` rounded up to whole blocks.
+template <typename T>
+unsigned int dsXArray<T>::OptimizeSize(unsigned int count) {
+    if (count == 0)
+        return 0;
+    const unsigned int blocks = (count - 1) / blockSize + 1;
+    if (blocks > UINT32_MAX / blockSize)
+        zelOutOfMemory();
+    return blocks * blockSize;
+}
+
+template <typename T>
+void dsXArray<T>::MoveTo(unsigned int newSize) {
+    const unsigned int target = OptimizeSize(newSize);
+    if (target != capacity) {
+        data = data != nullptr ? this->ReallocElems(data, size, target) : this->AllocElems(target);
+        capacity = target;
+    }
+    size = newSize;
+}
+
+extern template class dsBaseIter<char>;
+extern template class dsBaseIter<int>;
+extern template class dsBaseIter<char*>;
+extern template class dsBaseIter<const char*>;
+extern template class dsDataCollection<char>;
+extern template class dsDataCollection<int>;
+extern template class dsDataCollection<char*>;
+extern template class dsDataCollection<const char*>;
+extern template class dsDataMap<char, unsigned int>;
+extern template class dsDataMap<char*, unsigned int>;
+extern template class dsDataMap<const char*, unsigned int>;
+extern template class dsArray<char>;
+extern template class dsArray<char*>;
+extern template class dsArray<const char*>;
+extern template class dsStraightArray<char>;
+extern template class dsStraightArray<char*>;
+extern template class dsStraightArray<const char*>;
+extern template class dsXArray<char>;
+extern template class dsXArray<char*>;
+extern template class dsXArray<const char*>;
+extern template class dsXArray<pfuDirPath*>;
+extern template class dsArrayIter<char>;
+extern template class dsArrayIter<char*>;
+extern template class dsArrayIter<const char*>;
+
+#endif
