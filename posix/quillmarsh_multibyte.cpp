@@ -1,0 +1,171 @@
+// SPDX-License-Identifier: MIT
+//
+// The C functions decide what native text means. Where the locale's encoding is UTF-8 the codec
+// below does their work faster, as long as the text is strict UTF-8; for anything else they are
+// asked after all, so that there is one answer only. (They may know characters beyond U+10FFFF.)
+#include "outside/quillmarsh/multibyte.h"
+
+#include <algorithm>
+#include <cstring>
+#include <cwchar>
+#include <optional>
+
+#include "outside/quillmarsh/sameform.h"
+#include "posix/utf8.h"
+
+#include <langinfo.h>
+
+namespace {
+
+enum class Encoding { Utf8, Ascii, Other };
+
+/// The encoding of the calling thread's locale, as far as it makes a difference here. `Ascii` is
+/// any single-byte encoding in which the bytes below 0x80 are ASCII.
+Encoding NativeEncoding() {
+    const char* name = ::nl_langinfo(CODESET);
+    if (std::strcmp(name, "UTF-8") == 0)
+        return Encoding::Utf8;
+    if (std::strcmp(name, "ANSI_X3.4-1968") == 0 || std::strncmp(name, "ISO-8859-", 9) == 0)
+        return Encoding::Ascii;
+    return Encoding::Other;
+}
+
+bool IsAscii(const char* text, const char* end) {
+    for (; end - text >= utf8::wordSize; text += utf8::wordSize)
+        if (utf8::AsciiPrefix(text) < utf8::wordSize)
+            return false;
+    return std::none_of(text, end, [](char byte) { return (byte & 0x80) != 0; });
+}
+
+bool IsUtf8(const char* text, const char* end) {
+    struct {
+        void Ascii(const char*, int) {}
+        void Character(wchar_t) {}
+    } nowhere;
+    return utf8::DecodeRun(text, end, nowhere) == end;
+}
+
+std::optional<std::size_t> CountDecoded(const char* text) {
+    struct {
+        std::size_t count = 0;
+        void Ascii(const char*, int more) { count += static_cast<std::size_t>(more); }
+        void Character(wchar_t) { ++count; }
+    } counter;
+    const char* const end = text + std::strlen(text);
+    if (utf8::DecodeRun(text, end, counter) != end)
+        return std::nullopt;
+    return counter.count;
+}
+
+/// zel_mbstowcs for strict UTF-8, or nothing. Nobody reads behind the terminator, or behind the
+/// character at which the limit ends the work: so many bytes are looked at as characters are
+/// wanted, and then as many as are wanted still.
+std::optional<std::size_t> DecodeText(wchar_t* target, const char* text, std::size_t limit) {
+    utf8::WideWriter writer{target};
+    std::size_t count = 0;
+    while (count < limit) {
+        const char* const end = text + ::strnlen(text, limit - count);
+        if (text == end) {
+            *writer.target = 0;
+            break;
+        }
+        text = utf8::DecodeRun(text, end, writer);
+        if (text < end)
+            return std::nullopt;
+        count = static_cast<std::size_t>(writer.target - target);
+    }
+    return count;
+}
+
+/// zel_wcstombs for Unicode text, or nothing.
+std::optional<std::size_t> EncodeText(char* target, const wchar_t* text, std::size_t limit) {
+    std::size_t count = 0;
+    while (count < limit) {
+        const wchar_t* const end = text + ::wcsnlen(text, limit - count);
+        if (text == end) {
+            target[count] = 0;
+            break;
+        }
+        while (text < end) {
+            if (end - text >= utf8::wordSize && limit - count >= utf8::wordSize &&
+                utf8::IsAsciiWord(text)) {
+                utf8::CopyWord(target + count, text);
+                text += utf8::wordSize;
+                count += utf8::wordSize;
+                continue;
+            }
+            const wchar_t* const next = std::min(end, text + utf8::wordSize);
+            for (; text < next; ++text) {
+                const int bytes = utf8::EncodedSize(*text);
+                if (bytes == 0)
+                    return std::nullopt;
+                if (static_cast<std::size_t>(bytes) > limit - count)
+                    return count;
+                utf8::Encode(target + count, *text, bytes);
+                count += static_cast<std::size_t>(bytes);
+            }
+        }
+    }
+    return count;
+}
+
+std::optional<std::size_t> CountEncoded(const wchar_t* text) {
+    std::size_t count = 0;
+    for (; *text != 0; ++text) {
+        const int bytes = utf8::EncodedSize(*text);
+        if (bytes == 0)
+            return std::nullopt;
+        count += static_cast<std::size_t>(bytes);
+    }
+    return count;
+}
+
+} // namespace
+
+int zel_mblen(const char* text, std::size_t limit) {
+    return zel_mbtowc(nullptr, text, limit);
+}
+
+int zel_mbtowc(wchar_t* target, const char* text, std::size_t limit) {
+    if (text == nullptr)
+        return 0; // no state is kept that could be asked for
+    std::mbstate_t state{};
+    const std::size_t bytes = std::mbrtowc(target, text, limit, &state);
+    // Both "invalid" and "incomplete" are huge.
+    return bytes <= limit ? static_cast<int>(bytes) : -1;
+}
+
+int zel_wctomb(char* target, wchar_t wide) {
+    if (target == nullptr)
+        return 0;
+    std::mbstate_t state{};
+    return static_cast<int>(std::wcrtomb(target, wide, &state));
+}
+
+std::size_t zel_mbstowcs(wchar_t* target, const char* text, std::size_t limit) {
+    if (NativeEncoding() == Encoding::Utf8)
+        if (const auto count = target ? DecodeText(target, text, limit) : CountDecoded(text))
+            return *count;
+    std::mbstate_t state{};
+    return std::mbsrtowcs(target, &text, limit, &state);
+}
+
+std::size_t zel_wcstombs(char* target, const wchar_t* text, std::size_t limit) {
+    if (NativeEncoding() == Encoding::Utf8)
+        if (const auto count = target ? EncodeText(target, text, limit) : CountEncoded(text))
+            return *count;
+    std::mbstate_t state{};
+    return std::wcsrtombs(target, &text, limit, &state);
+}
+
+bool zelSameForm(const char* text, std::size_t length) {
+    switch (NativeEncoding()) {
+    case Encoding::Utf8:
+        return IsUtf8(text, text + length);
+    case Encoding::Ascii:
+        return IsAscii(text, text + length);
+    case Encoding::Other:
+        break;
+    }
+    return false;
+}
