@@ -9,6 +9,7 @@
 #include <cerrno>
 
 #include <poll.h>
+#include <signal.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -27,12 +28,54 @@ inline int ppoll(pollfd* set, nfds_t count, const timespec* wait) {
     return ::ppoll(set, count, wait, nullptr);
 }
 
-/// Calls `call` again for as long as a signal interrupts it.
+inline int socket(int family, int type, int protocol) {
+    return ::socket(family, type, protocol);
+}
+inline int bind(int fd, const sockaddr* address, socklen_t length) {
+    return ::bind(fd, address, length);
+}
+inline int listen(int fd, int backlog) {
+    return ::listen(fd, backlog);
+}
+inline int accept4(int fd, sockaddr* address, socklen_t* length, int flags) {
+    return ::accept4(fd, address, length, flags);
+}
+inline int connect(int fd, const sockaddr* address, socklen_t length) {
+    return ::connect(fd, address, length);
+}
+inline int getsockopt(int fd, int level, int name, void* value, socklen_t* size) {
+    return ::getsockopt(fd, level, name, value, size);
+}
+inline int setsockopt(int fd, int level, int name, const void* value, socklen_t size) {
+    return ::setsockopt(fd, level, name, value, size);
+}
+inline int getsockname(int fd, sockaddr* address, socklen_t* length) {
+    return ::getsockname(fd, address, length);
+}
+inline int getpeername(int fd, sockaddr* address, socklen_t* length) {
+    return ::getpeername(fd, address, length);
+}
+inline ssize_t send(int fd, const void* data, size_t size, int flags) {
+    return ::send(fd, data, size, flags);
+}
+inline ssize_t recv(int fd, void* data, size_t size, int flags) {
+    return ::recv(fd, data, size, flags);
+}
+
+inline int sigaction(int signal, const struct sigaction* action, struct sigaction* former) {
+    return ::sigaction(signal, action, former);
+}
+
+/// Calls `call` again for as long as a signal interrupts it. In the end errno has changed only if
+/// the call has failed.
 template <typename Call>
 auto retry(Call call) {
+    const int before = errno;
     auto result = call();
     while (result == -1 && errno == EINTR)
         result = call();
+    if (result != -1)
+        errno = before;
     return result;
 }
 
