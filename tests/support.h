@@ -1,0 +1,68 @@
+// SPDX-License-Identifier: MIT
+//
+// What several test families need.
+#ifndef PLINTH_TESTS_SUPPORT_H
+#define PLINTH_TESTS_SUPPORT_H
+
+#include <atomic>
+#include <chrono>
+#include <filesystem>
+#include <iterator>
+#include <thread>
+
+#include <pthread.h>
+#include <signal.h>
+#include <time.h>
+
+namespace support {
+
+/// Descriptors that the process has open.
+inline long OpenDescriptors() {
+    using Walk = std::filesystem::directory_iterator;
+    return std::distance(Walk("/proc/self/fd"), Walk()) - 1; // the walk's own
+}
+
+/// Milliseconds that `call` takes.
+template <typename Call>
+long long MillisecondsOf(Call call) {
+    const auto start = std::chrono::steady_clock::now();
+    call();
+    const auto took = std::chrono::steady_clock::now() - start;
+    return std::chrono::duration_cast<std::chrono::milliseconds>(took).count();
+}
+
+/// Interrupts the thread that makes it, about a thousand times a second, in whatever call it is.
+class SignalStorm {
+public:
+    SignalStorm() {
+        struct sigaction action {};
+        action.sa_handler = [](int) { ++Hits(); };
+        sigaction(SIGURG, &action, &former);
+        storm = std::thread([this, target = pthread_self()] {
+            const timespec pause{0, 1000000};
+            for (; !over; nanosleep(&pause, nullptr))
+                pthread_kill(target, SIGURG);
+        });
+    }
+    SignalStorm(const SignalStorm&) = delete;
+    SignalStorm& operator=(const SignalStorm&) = delete;
+    ~SignalStorm() {
+        over = true;
+        storm.join();
+        sigaction(SIGURG, &former, nullptr);
+    }
+
+    static std::atomic<int>& Hits() {
+        static std::atomic<int> hits{0};
+        return hits;
+    }
+
+private:
+    struct sigaction former {};
+    std::atomic<bool> over{false};
+    std::thread storm;
+};
+
+} // namespace support
+
+#endif
