@@ -1,0 +1,42 @@
+# cmake --install: headers, library, package files for CMake and pkg-config.
+include(CMakePackageConfigHelpers)
+
+# The public headers are inc/*.h and those of outside/ that they include, directly or through
+# others. The list is found by reading the #include lines; a header of outside/ that only our own
+# sources need stays at home.
+file(GLOB public_headers CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/inc/*.h)
+set(unread ${public_headers})
+set(ground_headers "")
+while(unread)
+  list(POP_FRONT unread header)
+  set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${header})
+  file(STRINGS ${header} lines REGEX "^#[ ]*include \"outside/")
+  foreach(line IN LISTS lines)
+    string(REGEX REPLACE "^[^\"]*\"([^\"]*)\".*$" "\\1" name "${line}")
+    if(NOT name IN_LIST ground_headers)
+      list(APPEND ground_headers ${name})
+      list(APPEND unread ${PROJECT_SOURCE_DIR}/${name})
+    endif()
+  endforeach()
+endwhile()
+
+set(include_folder ${CMAKE_INSTALL_INCLUDEDIR}/plinth)
+install(FILES ${public_headers} DESTINATION ${include_folder})
+foreach(name IN LISTS ground_headers)
+  get_filename_component(folder ${name} DIRECTORY)
+  install(FILES ${PROJECT_SOURCE_DIR}/${name} DESTINATION ${include_folder}/${folder})
+endforeach()
+
+install(TARGETS plinth EXPORT plinthTargets)
+
+set(package_folder ${CMAKE_INSTALL_LIBDIR}/cmake/plinth)
+install(EXPORT plinthTargets NAMESPACE plinth:: DESTINATION ${package_folder})
+configure_package_config_file(${CMAKE_CURRENT_LIST_DIR}/plinthConfig.cmake.in
+  ${PROJECT_BINARY_DIR}/plinthConfig.cmake INSTALL_DESTINATION ${package_folder})
+write_basic_package_version_file(${PROJECT_BINARY_DIR}/plinthConfigVersion.cmake
+  COMPATIBILITY SameMajorVersion)
+install(FILES ${PROJECT_BINARY_DIR}/plinthConfig.cmake ${PROJECT_BINARY_DIR}/plinthConfigVersion.cmake
+  DESTINATION ${package_folder})
+
+configure_file(${CMAKE_CURRENT_LIST_DIR}/plinth.pc.in ${PROJECT_BINARY_DIR}/plinth.pc @ONLY)
+install(FILES ${PROJECT_BINARY_DIR}/plinth.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
