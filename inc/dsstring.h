@@ -1,0 +1,147 @@
+// SPDX-License-Identifier: MIT
+//
+// Owning strings, and what goes with them: numbers as text, delimited lists, the environment, and
+// the standard string functions under names of the family.
+//
+// How dsString differs from std::string:
+//  - It is one pointer to a buffer of exactly the size of its text: no length is stored (every
+//    question for it counts again) and no capacity (every append allocates and copies).
+//  - It ends at its first NUL. Lengths and positions count bytes, whatever the encoding.
+//  - It converts to const char* by itself, never to null. So `==` compares addresses, not texts.
+//  - It is copied by assignment only.
+// A default string costs no heap. An address of the text is void after any change of the string.
+// Running out of memory throws what `new` throws; a string that cannot be assigned is then empty,
+// and one that cannot be edited is as it was. Two threads may use two strings.
+#ifndef PLINTH_DSSTRING_H
+#define PLINTH_DSSTRING_H
+
+#include <cstddef>
+#include <cstring>
+#include <iosfwd>
+
+#include <string.h> // ::strpbrk(char*, const char*), which belongs to the functions at the end
+
+#include "outside/strstream.h"
+#include "outside/varnholt/text.h"
+#include "outside/zelexport.h"
+
+/// Whatever has a zero-terminated text.
+class ZEL_EXPORT dsBaseString {
+public:
+    virtual ~dsBaseString();
+    virtual operator const char*() const = 0;
+
+    unsigned int GetLength() const;
+    bool IsEmpty() const;
+
+protected:
+    dsBaseString() = default;
+    dsBaseString(const dsBaseString&) = default;
+    dsBaseString& operator=(const dsBaseString&) = default;
+};
+
+/// Inserts the text; nothing for one that is null.
+ZEL_EXPORT std::ostream& operator<<(std::ostream& os, const dsBaseString& s);
+
+class ZEL_EXPORT dsString : public dsBaseString {
+public:
+    dsString();
+    dsString(const char* s);
+    dsString(std::nullptr_t);
+    /// The text of `a` with that of `b` behind it; either may be null.
+    dsString(const char* a, const char* b);
+    /// The first `maxLength` bytes of `s`, or all of them.
+    dsString(const char* s, unsigned int maxLength);
+    /// The native form of `w`; an empty string for text that the locale cannot express.
+    dsString(const wchar_t* w);
+    dsString(const dsString&) = delete;
+    ~dsString() override;
+
+    operator const char*() const override { return text; }
+
+    /// Requires: `s` is not in this string, whose buffer goes first.
+    dsString& operator=(const char* s);
+    dsString& operator=(const dsString& other);
+    /// Takes the characters of `stream` up to its end or its first NUL, which is taken as well.
+    dsString& operator=(std::strstream& stream);
+    dsString& operator+=(const char* s);
+    /// Appends one byte; NUL appends nothing.
+    dsString& operator+=(char c);
+
+    /// Replaces the bytes from the lower of two positions up to and without the higher one. False
+    /// if there is nothing to do: no range, and `s` null or empty.
+    ///
+    /// Requires: no position is beyond the end.
+    bool Replace(unsigned int from, unsigned int to, const char* s);
+    /// Replaces up to `maxCount` occurrences of `find` (0 or less: 1,000,000) from the left, which
+    /// do not overlap. What comes in is not searched. Gives the number of replacements.
+    ///
+    /// Requires: `find` is not empty, neither text is null.
+    int ReplaceSubStr(const char* find, const char* with, int maxCount);
+
+private:
+    static char* StrEmpty();
+    static char* StrNew(const char* s);
+    static char* Concatenate(const char* a, const char* b);
+    void Cleanup();
+
+    /// The shared empty text, or a buffer from new[] that this string owns.
+    char* text;
+};
+
+/// A new string with `right`, which may be null, behind `left`.
+[[nodiscard]] ZEL_EXPORT dsString operator+(const dsString& left, const char* right);
+
+/// A copy of a text in a buffer of exactly its size.
+class ZEL_EXPORT dscharStr {
+public:
+    /// A null `s` gives a buffer of one byte that holds no text.
+    explicit dscharStr(const char* s);
+    dscharStr(const dscharStr&) = delete;
+    dscharStr& operator=(const dscharStr&) = delete;
+    ~dscharStr();
+
+    char* GetBuffer() const { return buffer; }
+
+private:
+    char* buffer;
+};
+
+/// The base in which ToString writes. Any other value is decimal, too.
+enum ToStringOptions : int { ToStringDecimal = 0, ToStringOctal = 1, ToStringHex = 2 };
+
+/// Writes `value` as a stream would under the global locale: no prefix, lower-case digits, and a
+/// negative number in octal or hexadecimal as its bit pattern.
+ZEL_EXPORT void ToString(int value, dsString& text, ToStringOptions options);
+ZEL_EXPORT void ToString(unsigned int value, dsString& text, ToStringOptions options);
+
+/// Makes `s` fit for a delimited list: each `delimiter` in it is doubled. Null gives the empty
+/// text. A list cannot hold every token: behind a delimiter, one that is empty or begins with a
+/// delimiter would read as a part of the token before it.
+///
+/// Requires, for both: `s` is not the text of `token`, and `delimiter` is not NUL.
+ZEL_EXPORT void dsMkToken(const char* s, dsString& token, char delimiter);
+/// Takes the first token off the list `s` and gives the place where the next one begins, null at
+/// the end of the list. A list that ends in a single delimiter has no empty token behind it.
+ZEL_EXPORT const char* dsGetNextToken(const char* s, dsString& token, char delimiter);
+
+/// The environment variable `name`; false, and `value` untouched, if there is none.
+ZEL_EXPORT bool Getenv(const char* name, dsString& value);
+
+// The standard functions of these names, which allow no null.
+ZEL_EXPORT char* Strcpy(char* target, const char* source);
+ZEL_EXPORT char* Strcat(char* target, const char* source);
+ZEL_EXPORT char* Strchr(const char* s, int c);
+ZEL_EXPORT char* Strstr(const char* s, const char* find);
+
+/// The bytes that `s` occupies, its terminator included.
+ZEL_EXPORT int Strbytes(const char* s);
+
+/// memcpy of `count` elements, which are copied as bytes.
+template <typename T>
+T* MemCpy(T* target, const T* source, unsigned int count) {
+    std::memcpy(target, source, count * sizeof(T));
+    return target;
+}
+
+#endif
