@@ -31,7 +31,11 @@
 #include "outside/quillmarsh/memory.h"
 #include "outside/zelexport.h"
 
-class ZEL_EXPORT pfuDirPath;
+// Containers of these are exported, so their elements must be visible. An attribute would have to
+// stand at the first declaration, which may be the class itself.
+#pragma GCC visibility push(default)
+class pfuDirPath;
+#pragma GCC visibility pop
 
 /// Walks the elements of a container, which must outlive the iterator.
 template <typename T>

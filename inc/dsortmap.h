@@ -1,0 +1,287 @@
+// SPDX-License-Identifier: MIT
+//
+// Sorted maps: entries of a key and a value in one array, in ascending order of the keys.
+//
+// How a sorted map differs from std::map:
+//  - Entries lie in one block, inline. A lookup is a binary search that touches no heap node; a
+//    new entry or a removal moves the tail by one block copy.
+//  - So a reference to a value and an index hold only until the next change of the map.
+//  - Add never replaces, and operator[] never inserts: an absent key is a fatal report, and if
+//    that comes back, the end of the process, since there is nothing to refer to.
+//  - The order is the virtual Compare. Keys and values are moved as bytes, and nothing that they
+//    point to is owned: a string that is a key must outlive its entry and not change.
+//  - Iterators visit the values in the order of the keys and do not show the keys.
+//
+// Maps may be read by many threads at once and changed by one alone. An Add that runs out of
+// memory throws what `new` throws and leaves the map as it was.
+#ifndef PLINTH_DSORTMAP_H
+#define PLINTH_DSORTMAP_H
+
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <type_traits>
+
+#include "dsdatcol.h"
+
+// Containers of these are exported, so their elements must be visible. An attribute would have to
+// stand at the first declaration, which may be the class itself.
+#pragma GCC visibility push(default)
+class dsStringCell;
+class pmManageTask;
+#pragma GCC visibility pop
+
+/// One entry: two words that the array moves as bytes.
+template <typename T, typename K>
+class ZEL_EXPORT dsSortedMapEntry {
+public:
+    /// Stores `newKey` as it is and the value as `policy` copies values.
+    dsSortedMapEntry(K newKey, const T& newValue, dsDataCollection<T>& policy) : key(newKey) {
+        policy.CopyElems(&newValue, &value, 1);
+    }
+
+    K key;
+    T value;
+};
+
+/// Walks the values of a map in the order of their keys.
+template <typename T, typename K>
+class ZEL_EXPORT dsSortedMapIter : public dsBaseIter<T> {
+public:
+    /// Takes over `walked`, an iterator of the entries.
+    explicit dsSortedMapIter(dsBaseIter<dsSortedMapEntry<T, K>>* walked) : inner(walked) {}
+    ~dsSortedMapIter() override = default;
+
+    dsBaseIter<T>* Reproduce() override {
+        std::unique_ptr<dsBaseIter<dsSortedMapEntry<T, K>>> copy(inner->Reproduce());
+        auto* same = new dsSortedMapIter(copy.get());
+        copy.release();
+        return same;
+    }
+    void SetAtFirst() override { inner->SetAtFirst(); }
+    bool Finished() const override { return inner->Finished(); }
+    void MoveToNext() override { inner->MoveToNext(); }
+    T& Current() const override { return inner->Current().value; }
+
+private:
+    std::unique_ptr<dsBaseIter<dsSortedMapEntry<T, K>>> inner;
+};
+
+/// The logic of every map: A is the array that keeps its entries.
+template <typename A, typename T, typename K>
+class ZEL_EXPORT dsBaseSortedMap : public dsDataMap<T, K> {
+public:
+    dsBaseSortedMap() : entries(nullptr) {}
+    dsBaseSortedMap(const dsBaseSortedMap&) = delete;
+    dsBaseSortedMap& operator=(const dsBaseSortedMap&) = delete;
+    /// Gives no key to FreeKey and touches no value.
+    ~dsBaseSortedMap() override = default;
+
+    dsBaseIter<T>* GetIter() const override;
+    unsigned int GetSize() const override { return entries.GetSize(); }
+
+    T& operator[](K key) const override;
+    bool Contains(K key) const override;
+    /// False if the key is there already; its value stays.
+    bool Add(K key, const T& value) override;
+    bool Remove(K key) override;
+    /// Copies the value; without the key, false and `value` untouched.
+    bool Find(K key, T& value) const override;
+    /// Gives no key to FreeKey, and keeps the capacity.
+    virtual void Clear() { entries.Clear(); }
+
+    /// True, and the entry's index; or false, and the index at which the key belongs.
+    bool FindIndex(K key, unsigned int& index) const;
+    /// Requires, for both: `index` is below GetSize().
+    T& GetByIndex(unsigned int index) const { return entries.GetDataPtr()[index].value; }
+    void RemoveByIndex(unsigned int index);
+
+protected:
+    /// Positive, negative or 0 as the `first` key, which is sought, sorts after, before or with
+    /// the `second`, which is stored.
+    virtual int Compare(K first, K second) const = 0;
+    /// What a map that owns its keys overrides: the key to store in a new entry, and what is done
+    /// with the key of one that goes. Called by Add and by RemoveByIndex.
+    virtual K CopyKey(K key) const { return key; }
+    virtual void FreeKey(K) const {}
+
+    /// What must hold after every operation; for tests.
+    bool IsConsistent() const;
+
+private:
+    A entries;
+};
+
+template <typename T, typename K>
+class ZEL_EXPORT dsSortedMap : public dsBaseSortedMap<dsXArray<dsSortedMapEntry<T, K>>, T, K> {};
+
+/// A map by the texts of its keys, byte by byte as unsigned values; a null key comes first.
+template <typename T>
+class ZEL_EXPORT dsNonOwnerStringMap : public dsSortedMap<T, const char*> {
+protected:
+    int Compare(const char* first, const char* second) const override {
+        if (first == second)
+            return 0;
+        if (first == nullptr)
+            return -1;
+        if (second == nullptr)
+            return 1;
+        const int order = std::strcmp(first, second);
+        return (order > 0) - (order < 0);
+    }
+};
+
+/// A map by the values of its keys, read as unsigned machine words.
+template <typename A, typename T, typename K>
+class ZEL_EXPORT dsBaseScalarMap : public dsBaseSortedMap<A, T, K> {
+    static_assert(sizeof(K) <= sizeof(std::uintptr_t), "a key is one machine word");
+
+protected:
+    int Compare(K first, K second) const override {
+        const std::uintptr_t a = WordOf(first), b = WordOf(second);
+        return (a > b) - (a < b);
+    }
+
+private:
+    static std::uintptr_t WordOf(K key) {
+        if constexpr (std::is_pointer_v<K>)
+            return reinterpret_cast<std::uintptr_t>(key);
+        else
+            return static_cast<std::uintptr_t>(key);
+    }
+};
+
+template <typename T, typename K>
+class ZEL_EXPORT dsScalarMap : public dsBaseScalarMap<dsXArray<dsSortedMapEntry<T, K>>, T, K> {};
+
+template <typename A, typename T, typename K>
+bool dsBaseSortedMap<A, T, K>::FindIndex(K key, unsigned int& index) const {
+    const auto* const stored = entries.GetDataPtr();
+    index = 0;
+    if (stored == nullptr)
+        return false;
+    // Everything before `index` sorts before the key, everything from `end` on behind it.
+    for (unsigned int end = entries.GetSize(); index < end;) {
+        const unsigned int middle = index + (end - index - 1) / 2;
+        const int order = Compare(key, stored[middle].key);
+        if (order == 0) {
+            index = middle;
+            return true;
+        }
+        if (order > 0)
+            index = middle + 1;
+        else
+            end = middle;
+    }
+    return false;
+}
+
+template <typename A, typename T, typename K>
+bool dsBaseSortedMap<A, T, K>::Contains(K key) const {
+    unsigned int index;
+    return FindIndex(key, index);
+}
+
+template <typename A, typename T, typename K>
+T& dsBaseSortedMap<A, T, K>::operator[](K key) const {
+    unsigned int index;
+    if (!FindIndex(key, index)) {
+        zelAbort("dsSortedMap::operator [] failed", "dsortmap", 169);
+        std::abort();
+    }
+    return GetByIndex(index);
+}
+
+template <typename A, typename T, typename K>
+bool dsBaseSortedMap<A, T, K>::Find(K key, T& value) const {
+    unsigned int index;
+    if (!FindIndex(key, index))
+        return false;
+    this->CopyElems(&GetByIndex(index), &value, 1);
+    return true;
+}
+
+template <typename A, typename T, typename K>
+bool dsBaseSortedMap<A, T, K>::Add(K key, const T& value) {
+    unsigned int index;
+    if (FindIndex(key, index))
+        return false;
+    const dsSortedMapEntry<T, K> entry(CopyKey(key), value, *this);
+    try {
+        entries.Insert(index, 1, &entry);
+    } catch (...) {
+        FreeKey(entry.key);
+        throw;
+    }
+    return true;
+}
+
+template <typename A, typename T, typename K>
+void dsBaseSortedMap<A, T, K>::RemoveByIndex(unsigned int index) {
+    FreeKey(entries.GetDataPtr()[index].key);
+    entries.RemoveAt(index, 1, nullptr);
+}
+
+template <typename A, typename T, typename K>
+bool dsBaseSortedMap<A, T, K>::Remove(K key) {
+    unsigned int index;
+    if (!FindIndex(key, index))
+        return false;
+    RemoveByIndex(index);
+    return true;
+}
+
+template <typename A, typename T, typename K>
+dsBaseIter<T>* dsBaseSortedMap<A, T, K>::GetIter() const {
+    std::unique_ptr<dsBaseIter<dsSortedMapEntry<T, K>>> walked(entries.GetIter());
+    auto* iter = new dsSortedMapIter<T, K>(walked.get());
+    walked.release();
+    return iter;
+}
+
+template <typename A, typename T, typename K>
+bool dsBaseSortedMap<A, T, K>::IsConsistent() const {
+    const auto* const stored = entries.GetDataPtr();
+    for (unsigned int i = 1; i < entries.GetSize(); ++i)
+        if (Compare(stored[i - 1].key, stored[i].key) >= 0)
+            return false;
+    return true;
+}
+
+extern template class dsSortedMapEntry<pmManageTask*, void*>;
+extern template class dsBaseIter<pmManageTask*>;
+extern template class dsBaseIter<dsSortedMapEntry<pmManageTask*, void*>>;
+extern template class dsDataCollection<pmManageTask*>;
+extern template class dsDataCollection<dsSortedMapEntry<pmManageTask*, void*>>;
+extern template class dsDataMap<pmManageTask*, void*>;
+extern template class dsDataMap<dsSortedMapEntry<pmManageTask*, void*>, unsigned int>;
+extern template class dsArray<dsSortedMapEntry<pmManageTask*, void*>>;
+extern template class dsStraightArray<dsSortedMapEntry<pmManageTask*, void*>>;
+extern template class dsXArray<dsSortedMapEntry<pmManageTask*, void*>>;
+extern template class dsArrayIter<dsSortedMapEntry<pmManageTask*, void*>>;
+extern template class dsSortedMapIter<pmManageTask*, void*>;
+extern template class dsBaseSortedMap<dsXArray<dsSortedMapEntry<pmManageTask*, void*>>,
+                                      pmManageTask*, void*>;
+extern template class dsBaseScalarMap<dsXArray<dsSortedMapEntry<pmManageTask*, void*>>,
+                                      pmManageTask*, void*>;
+extern template class dsScalarMap<pmManageTask*, void*>;
+
+extern template class dsSortedMapEntry<dsStringCell*, const char*>;
+extern template class dsBaseIter<dsStringCell*>;
+extern template class dsBaseIter<dsSortedMapEntry<dsStringCell*, const char*>>;
+extern template class dsDataCollection<dsStringCell*>;
+extern template class dsDataCollection<dsSortedMapEntry<dsStringCell*, const char*>>;
+extern template class dsDataMap<dsStringCell*, const char*>;
+extern template class dsDataMap<dsSortedMapEntry<dsStringCell*, const char*>, unsigned int>;
+extern template class dsArray<dsSortedMapEntry<dsStringCell*, const char*>>;
+extern template class dsStraightArray<dsSortedMapEntry<dsStringCell*, const char*>>;
+extern template class dsXArray<dsSortedMapEntry<dsStringCell*, const char*>>;
+extern template class dsArrayIter<dsSortedMapEntry<dsStringCell*, const char*>>;
+extern template class dsSortedMapIter<dsStringCell*, const char*>;
+extern template class dsBaseSortedMap<dsXArray<dsSortedMapEntry<dsStringCell*, const char*>>,
+                                      dsStringCell*, const char*>;
+extern template class dsSortedMap<dsStringCell*, const char*>;
+extern template class dsNonOwnerStringMap<dsStringCell*>;
+
+#endif
