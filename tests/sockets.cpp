@@ -1,6 +1,4 @@
 // SPDX-License-Identifier: MIT
-#include "psock.h"
-
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -22,55 +20,19 @@
 
 #include <gtest/gtest.h>
 
+#include "tests/loopback.h"
 #include "tests/support.h"
 
 namespace {
 
-using Stream = std::unique_ptr<psockStream>;
+using loopback::Connected;
+using loopback::Pair;
+using loopback::Server;
+using loopback::Stream;
 using testing::internal::CaptureStderr;
 using testing::internal::CaptureStdout;
 using testing::internal::GetCapturedStderr;
 using testing::internal::GetCapturedStdout;
-
-/// A server of one of the three styles with a function as its handler.
-template <typename Style>
-class Server : public Style {
-public:
-    template <typename... Arguments>
-    explicit Server(std::function<bool(Stream)> executed, Arguments&... arguments)
-        : Style(arguments...), execute(std::move(executed)) {}
-
-    bool Execute(psockStream* stream) override { return execute(Stream(stream)); }
-    bool DoIdle() override {
-        ++idle;
-        return Style::DoIdle();
-    }
-    using Style::Wait;
-
-    int idle = 0;
-
-private:
-    std::function<bool(Stream)> execute;
-};
-
-/// The two ends of a connection over the loopback.
-struct Pair {
-    Stream client, server;
-};
-
-Pair Connected(const char* host = "127.0.0.1") {
-    Pair pair;
-    Server<psockBlockingServer> server([&](Stream stream) {
-        pair.server = std::move(stream);
-        return true;
-    });
-    if (server.Initialize(SystemAssigned)) {
-        pair.client.reset(psockServer::Connect(host, server.GetPort()));
-        if (pair.client)
-            server.Run();
-    }
-    return pair;
-}
 
 /// The number that the next descriptor of the process will have.
 int NextDescriptor() {
