@@ -8,9 +8,12 @@
 
 #include <cerrno>
 
+#include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
+#include <sys/ioctl.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace sys {
@@ -23,6 +26,18 @@ inline ssize_t read(int fd, void* data, size_t size) {
 }
 inline ssize_t write(int fd, const void* data, size_t size) {
     return ::write(fd, data, size);
+}
+inline int fcntl(int fd, int command, int argument) {
+    return ::fcntl(fd, command, argument);
+}
+inline int fstat(int fd, struct stat* facts) {
+    return ::fstat(fd, facts);
+}
+inline int ioctl(int fd, unsigned long request, void* argument) {
+    return ::ioctl(fd, request, argument);
+}
+inline int pipe2(int* ends, int flags) {
+    return ::pipe2(ends, flags);
 }
 inline int ppoll(pollfd* set, nfds_t count, const timespec* wait) {
     return ::ppoll(set, count, wait, nullptr);
@@ -62,8 +77,17 @@ inline ssize_t recv(int fd, void* data, size_t size, int flags) {
     return ::recv(fd, data, size, flags);
 }
 
+inline int pthread_sigmask(int how, const sigset_t* set, sigset_t* old) {
+    return ::pthread_sigmask(how, set, old);
+}
 inline int sigaction(int signal, const struct sigaction* action, struct sigaction* former) {
     return ::sigaction(signal, action, former);
+}
+inline int sigpending(sigset_t* set) {
+    return ::sigpending(set);
+}
+inline int sigtimedwait(const sigset_t* set, const timespec* wait) {
+    return ::sigtimedwait(set, nullptr, wait);
 }
 
 /// Calls `call` again for as long as a signal interrupts it. In the end errno has changed only if

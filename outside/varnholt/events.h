@@ -85,4 +85,13 @@ private:
     std::unique_ptr<zelBaseEvent> base;
 };
 
+/// The readiness of a pipe end, which the event does not own: a read end fires when it has bytes
+/// or has come to its end, a write end when it takes bytes (at least 4096 without blocking) or
+/// nobody reads any more.
+class ZEL_EXPORT zelPipeEvent : public zelEvent {
+public:
+    explicit zelPipeEvent(void* handle);
+    ~zelPipeEvent() override;
+};
+
 #endif
