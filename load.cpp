@@ -4,6 +4,7 @@
 // file run from top to bottom; spread over several files their order would be the linker's.
 
 #include "ds/stringdatabase.h"
+#include "pipestream.h"
 #include "psock.h"
 
 namespace {
@@ -11,4 +12,5 @@ namespace {
 [[maybe_unused]] const auto& strings = StringDatabase();
 } // namespace
 
+const int zelIPipeEvent::eventKind = zelEvent::AllocEventKind();
 const int zelSocketEvent::eventKind = zelEvent::AllocEventKind();

@@ -12,6 +12,7 @@
 
 #include <pthread.h>
 #include <signal.h>
+#include <sys/resource.h>
 #include <time.h>
 
 namespace support {
@@ -21,6 +22,22 @@ inline long OpenDescriptors() {
     using Walk = std::filesystem::directory_iterator;
     return std::distance(Walk("/proc/self/fd"), Walk()) - 1; // the walk's own
 }
+
+/// No descriptor number from `limit` on can be had while it lives.
+class DescriptorLimit {
+public:
+    explicit DescriptorLimit(rlim_t limit) {
+        getrlimit(RLIMIT_NOFILE, &former);
+        const rlimit lower{limit, former.rlim_max};
+        setrlimit(RLIMIT_NOFILE, &lower);
+    }
+    DescriptorLimit(const DescriptorLimit&) = delete;
+    DescriptorLimit& operator=(const DescriptorLimit&) = delete;
+    ~DescriptorLimit() { setrlimit(RLIMIT_NOFILE, &former); }
+
+private:
+    rlimit former{};
+};
 
 /// Milliseconds that `call` takes.
 template <typename Call>
