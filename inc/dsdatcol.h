@@ -81,7 +81,9 @@ public:
     }
     /// The ranges may overlap, and may be null when `count` is 0.
     virtual void CopyElems(const T* source, T* target, unsigned int count) const {
-        if (count != 0)
+        if (count == 1) // of a constant size: no call
+            std::memmove(target, source, sizeof(T));
+        else if (count != 0)
             std::memmove(target, source, count * sizeof(T));
     }
     virtual ~dsDataCollection() = default;

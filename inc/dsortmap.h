@@ -161,20 +161,19 @@ bool dsBaseSortedMap<A, T, K>::FindIndex(K key, unsigned int& index) const {
     index = 0;
     if (stored == nullptr)
         return false;
-    // Everything before `index` sorts before the key, everything from `end` on behind it.
-    for (unsigned int end = entries.GetSize(); index < end;) {
-        const unsigned int middle = index + (end - index - 1) / 2;
-        const int order = Compare(key, stored[middle].key);
-        if (order == 0) {
-            index = middle;
-            return true;
-        }
-        if (order > 0)
-            index = middle + 1;
-        else
-            end = middle;
+    // Halves the range without a branch on the outcome, which nobody could predict: the key, or
+    // the place where it belongs, stays within [index, index + count].
+    unsigned int count = entries.GetSize();
+    while (count > 1) {
+        const unsigned int half = count / 2;
+        index += Compare(key, stored[index + half - 1].key) > 0 ? half : 0;
+        count -= half;
     }
-    return false;
+    if (count == 0)
+        return false;
+    const int order = Compare(key, stored[index].key);
+    index += order > 0;
+    return order == 0;
 }
 
 template <typename A, typename T, typename K>
