@@ -7,6 +7,8 @@
 
 #include <malloc.h>
 
+#include "posix/syscalls.h"
+
 namespace {
 
 /// Runs `allocate` until it gives a block, with the new handler in between as `new` does it.
@@ -48,14 +50,15 @@ void* zelReAlloc(void* block, std::size_t newSize) {
     const std::size_t held = malloc_usable_size(block);
     if (newSize <= held) {
         // Slack is kept as long as it is no more than growing would have given.
-        if (newSize >= held - held / 2)
-            return block;
-        return AllocateLikeNew(newSize, [=] { return std::realloc(block, newSize); });
+        void* smaller = newSize < held - held / 2 ? std::realloc(block, newSize) : nullptr;
+        return smaller != nullptr ? smaller : block; // the block in hand will do
     }
     const std::size_t withSlack = held + held / 2;
-    if (withSlack > newSize)
+    if (withSlack > newSize) {
+        const sys::KeepErrno keep; // without slack it may well succeed
         if (void* grown = std::realloc(block, withSlack))
             return grown;
+    }
     return AllocateLikeNew(newSize, [=] { return std::realloc(block, newSize); });
 }
 
