@@ -101,5 +101,3 @@ BENCHMARK(RivalQuoted)->Arg(64)->Arg(64 * 1024);
 BENCHMARK(Quote)->Arg(64)->Arg(64 * 1024);
 
 } // namespace
-
-BENCHMARK_MAIN();
