@@ -7,6 +7,7 @@
 #define PLINTH_POSIX_SYSCALLS_H
 
 #include <cerrno>
+#include <ctime>
 
 #include <fcntl.h>
 #include <poll.h>
@@ -41,6 +42,10 @@ inline int pipe2(int* ends, int flags) {
 }
 inline int ppoll(pollfd* set, nfds_t count, const timespec* wait) {
     return ::ppoll(set, count, wait, nullptr);
+}
+
+inline int clock_gettime(clockid_t clock, timespec* now) {
+    return ::clock_gettime(clock, now);
 }
 
 inline int socket(int family, int type, int protocol) {

@@ -1,0 +1,31 @@
+// SPDX-License-Identifier: MIT
+//
+// The time of day as two numbers.
+#ifndef PLINTH_VARNHOLT_TIME_H
+#define PLINTH_VARNHOLT_TIME_H
+
+#include "outside/zelexport.h"
+
+/// A span, or a point in time counted from 1970-01-01 00:00 UTC. A plain value.
+class ZEL_EXPORT zelTimeval {
+public:
+    zelTimeval() : seconds(0), microseconds(0) {}
+    /// Any two numbers; they are normalised.
+    zelTimeval(long wholeSeconds, long moreMicroseconds);
+
+    /// Carries whole seconds over, so that 0 <= microseconds < 1000000; the time stays the same.
+    /// A number of seconds that a long cannot hold becomes the nearest one that it can.
+    void Normalize();
+    /// Takes the present time from the system's clock, which may be set while the program runs.
+    void GetTimeOfDay();
+
+    /// The seconds with their fraction.
+    double ToDouble() const {
+        return static_cast<double>(microseconds) / 1000000.0 + static_cast<double>(seconds);
+    }
+
+    long seconds;
+    long microseconds;
+};
+
+#endif
