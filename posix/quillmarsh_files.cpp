@@ -1,0 +1,21 @@
+// SPDX-License-Identifier: MIT
+#include "outside/quillmarsh/files.h"
+
+#include "outside/win32/handles.h"
+#include "posix/filecalls.h"
+
+int zel_unlink(const char* path) {
+    return sys::unlink(path);
+}
+
+int zel_chdir(const char* path) {
+    return sys::chdir(path);
+}
+
+bool win32FindClose(void* handle) {
+    return CloseHandle(handle);
+}
+
+bool win32CloseFileHandle(void* handle) {
+    return CloseHandle(handle);
+}

@@ -1,0 +1,135 @@
+// SPDX-License-Identifier: MIT
+#include "outside/varnholt/files.h"
+
+#include "outside/win32/handles.h"
+#include "posix/filecalls.h"
+
+namespace {
+
+constexpr unsigned int readAccess = 0x80000000;
+constexpr unsigned int writeAccess = 0x40000000;
+constexpr unsigned int shareReading = 1;
+constexpr unsigned int sequentialScan = 0x8000000;
+
+enum Disposition : unsigned int {
+    createNew = 1,
+    createAlways = 2,
+    openExisting = 3,
+    openAlways = 4,
+    truncateExisting = 5,
+};
+
+/// The flags of open, or -1 for what no opening can mean. Never O_TRUNC: a file may be emptied
+/// only once it is certain that nobody else has it.
+int OpenFlags(unsigned int access, unsigned int disposition) {
+    int flags = O_CLOEXEC | O_NOCTTY;
+    switch (access) {
+    case readAccess:
+        flags |= O_RDONLY;
+        break;
+    case writeAccess:
+        flags |= O_WRONLY;
+        break;
+    case readAccess | writeAccess:
+        flags |= O_RDWR;
+        break;
+    default:
+        return -1;
+    }
+    switch (disposition) {
+    case createNew:
+        return flags | O_CREAT | O_EXCL;
+    case createAlways:
+    case openAlways:
+        return flags | O_CREAT;
+    case openExisting:
+    case truncateExisting:
+        return flags;
+    default:
+        return -1;
+    }
+}
+
+/// What follows an open: the refusal of directories, the sharing mode, the emptying.
+bool Settle(int descriptor, unsigned int access, unsigned int sharing, unsigned int disposition) {
+    struct stat info;
+    if (sys::fstat(descriptor, &info) != 0)
+        return false;
+    if (S_ISDIR(info.st_mode)) {
+        errno = EISDIR;
+        return false;
+    }
+    // Devices and pipes are shared by nature.
+    if (!S_ISREG(info.st_mode))
+        return true;
+    // A lock cannot say more than shared or exclusive, so a writer that would share counts as
+    // one that does not.
+    const bool shared = (access & writeAccess) == 0 && (sharing & shareReading) != 0;
+    const int operation = (shared ? LOCK_SH : LOCK_EX) | LOCK_NB;
+    if (sys::retry([&] { return sys::flock(descriptor, operation); }) != 0)
+        return false;
+    if (disposition != createAlways && disposition != truncateExisting)
+        return true;
+    return sys::retry([&] { return sys::ftruncate(descriptor, 0); }) == 0;
+}
+
+} // namespace
+
+void* uCreateFile(const char* path, unsigned int access, unsigned int sharing, void*,
+                  unsigned int disposition, unsigned int hints, void*) {
+    const int former = errno;
+    const int flags = OpenFlags(access, disposition);
+    if (flags < 0) {
+        errno = EINVAL;
+        return zelHandleOfDescriptor(-1);
+    }
+    const int descriptor = sys::retry([&] { return sys::open(path, flags, 0666); });
+    if (descriptor < 0)
+        return zelHandleOfDescriptor(-1);
+    if (!Settle(descriptor, access, sharing, disposition)) {
+        const sys::KeepErrno keep;
+        sys::close(descriptor);
+        return zelHandleOfDescriptor(-1);
+    }
+    if ((hints & sequentialScan) != 0)
+        sys::posix_fadvise(descriptor, 0, 0, POSIX_FADV_SEQUENTIAL);
+    errno = former;
+    return zelHandleOfDescriptor(descriptor);
+}
+
+bool uCreateDirectory(const char* path, void*) {
+    if (sys::mkdir(path, 0777) == 0)
+        return true;
+    if (errno == EEXIST) {
+        struct stat info;
+        const bool isThere = sys::stat(path, &info) == 0 && S_ISDIR(info.st_mode);
+        errno = isThere ? 0 : EEXIST;
+    }
+    return false;
+}
+
+bool uRemoveDirectory(const char* path) {
+    return sys::rmdir(path) == 0;
+}
+
+bool uDeleteFile(const char* path) {
+    return sys::unlink(path) == 0;
+}
+
+bool FileInfo_Read(zelFileInfo& info, const char* path, bool self) {
+    struct stat found;
+    if (sys::lstat(path, &found) != 0)
+        return false;
+    info.isLink = S_ISLNK(found.st_mode);
+    if (info.isLink && !self) {
+        const sys::KeepErrno keep;
+        struct stat target;
+        if (sys::stat(path, &target) == 0)
+            found = target;
+    }
+    static_assert(S_IFMT == 0xF000 && S_IFDIR == 0x4000 && S_IFLNK == 0xA000);
+    info.mode = found.st_mode;
+    info.size = found.st_size;
+    info.modified = found.st_mtime;
+    return true;
+}
