@@ -6,8 +6,10 @@
 
 #include <atomic>
 #include <chrono>
+#include <cstdlib>
 #include <filesystem>
 #include <iterator>
+#include <string>
 #include <thread>
 
 #include <pthread.h>
@@ -22,6 +24,27 @@ inline long OpenDescriptors() {
     using Walk = std::filesystem::directory_iterator;
     return std::distance(Walk("/proc/self/fd"), Walk()) - 1; // the walk's own
 }
+
+/// A private folder, removed at the end with all that is in it. A current directory that was set
+/// meanwhile is set back.
+class TempFolder {
+public:
+    TempFolder() {
+        std::string name = (std::filesystem::temp_directory_path() / "plinth-XXXXXX").string();
+        path = mkdtemp(name.data());
+    }
+    TempFolder(const TempFolder&) = delete;
+    TempFolder& operator=(const TempFolder&) = delete;
+    ~TempFolder() {
+        std::filesystem::current_path(former);
+        std::filesystem::remove_all(path);
+    }
+
+    std::filesystem::path path;
+
+private:
+    std::filesystem::path former = std::filesystem::current_path();
+};
 
 /// No descriptor number from `limit` on can be had while it lives.
 class DescriptorLimit {
