@@ -11,6 +11,7 @@
 #include <vector>
 
 #include <fcntl.h>
+#include <malloc.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <poll.h>
@@ -273,6 +274,28 @@ TEST(Servers, RunningOutOfDescriptorsIsWaitedOut) {
     ASSERT_TRUE(served && client);
     for (const int descriptor : {output, console[0], console[1]})
         close(descriptor);
+}
+
+TEST(Servers, AThousandConnectionsLeaveNothingBehind) {
+    int left = 0;
+    Server<psockBlockingServer> server([&](Stream) { return --left == 0; });
+    ASSERT_TRUE(server.Initialize(SystemAssigned));
+    const auto serve = [&](int connections) {
+        left = connections;
+        std::thread runs([&] { server.Run(); });
+        char byte;
+        for (int i = 0; i < connections; ++i) {
+            const Stream client(psockServer::Connect("127.0.0.1", server.GetPort()));
+            EXPECT_EQ(client->Read(&byte, 1, false), -1);
+        }
+        runs.join();
+    };
+    serve(10);
+    const long descriptors = support::OpenDescriptors();
+    const auto bytes = mallinfo2().uordblks; // 0 where a sanitizer has the heap
+    serve(1000);
+    EXPECT_EQ(support::OpenDescriptors(), descriptors);
+    EXPECT_LT(mallinfo2().uordblks, bytes + 16384);
 }
 
 TEST(Streams, ReadinessEndAndFailure) {
