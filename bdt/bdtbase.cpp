@@ -89,10 +89,7 @@ unsigned int bdtBase::Length(char const* text, int) {
 unsigned int bdtBase::Length(wchar_t const* text, int) {
     if (text == nullptr)
         return prefixLength;
-    const std::size_t bytes = zel_wcstombs(nullptr, text, 0);
-    if (bytes == static_cast<std::size_t>(-1))
-        return 0;
-    return static_cast<unsigned int>(bytes) + 1 + prefixLength;
+    return static_cast<unsigned int>(zel_wcstombs(nullptr, text, 0)) + 1 + prefixLength;
 }
 
 unsigned int bdtBase::Length(wchar_t character, int portable, int multibyteChars) {
@@ -101,8 +98,7 @@ unsigned int bdtBase::Length(wchar_t character, int portable, int multibyteChars
     if (multibyteChars == 0)
         return 4;
     char bytes[MB_LEN_MAX];
-    const int count = zel_wctomb(bytes, character);
-    return count < 0 ? 0 : static_cast<unsigned int>(count) + prefixLength;
+    return static_cast<unsigned int>(zel_wctomb(bytes, character)) + prefixLength;
 }
 
 bdtStream::bdtStream(std::basic_streambuf<char>* newBuffer, int newPortable)

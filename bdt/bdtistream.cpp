@@ -233,9 +233,9 @@ void bdtIStream::TakeText(const char* record, int count, dsString& text) {
 }
 
 bdtIStream& bdtIStream::Read(char*& data, int& length) {
+    data = nullptr;
     if (!TakeWord(reinterpret_cast<char*>(&length), sizeof length))
         return *this;
-    data = nullptr;
     if (length < 0)
         setstate(failbit);
     else

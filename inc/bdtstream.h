@@ -43,7 +43,7 @@ public:
 
     /// The bytes that a value takes on the wire; `portable` is the mode. Text is measured in its
     /// native form, whatever the mode: a portable record of text that is not plain can be longer
-    /// or shorter. What has no multibyte form, and is not written therefore, has the length 0.
+    /// or shorter. For what has no multibyte form, and is not written, the number means nothing.
     static unsigned int Length(char value, int portable);
     static unsigned int Length(unsigned char value, int portable);
     static unsigned int Length(short value, int portable);
@@ -138,7 +138,7 @@ public:
 
     /// Reads a byte block: `data` then points to `length` bytes that the caller releases with
     /// `delete[]`. A block that is cut off, or of a negative length, sets failbit and leaves `data`
-    /// null and the length it claimed; where not even the length is whole, both stay as they were.
+    /// null and the length it claimed; where not even the length is whole, that stays as it was.
     bdtIStream& Read(char*& data, int& length);
 
 protected:
