@@ -12,6 +12,7 @@
 #include <gtest/gtest.h>
 
 #include "failnew.h"
+#include "vectors.h"
 
 namespace {
 
@@ -275,7 +276,8 @@ TEST(BitSets, ASizeThatCannotBeHadChangesNothing) {
 
 TEST(BitSets, RowsOfZerosArePackedInRunsOfAtMost255) {
     using std::string;
-    EXPECT_EQ(Packed(string("\x80\0\0\x01\0", 5)), string("5\x80\0\x02\x01\0\x01", 7));
+    for (const auto& [bytes, packed] : support::Vectors("packed"))
+        EXPECT_EQ(Packed(support::FromHex(bytes)), support::FromHex(packed)) << bytes;
     EXPECT_EQ(Packed(string(255, '\0')), string("255\0\xFF", 5));
     EXPECT_EQ(Packed(string(256, '\0')), string("256\0\xFF\0\x01", 7));
     EXPECT_EQ(Packed(string(510, '\0') + "x"), string("510\0\xFF\0\xFFx", 8).replace(2, 1, "1"));

@@ -22,32 +22,21 @@ extern "C" const char* __tsan_default_options() {
 
 namespace {
 
-class Block {
-public:
-    Block() = default;
-    Block(const Block&) = delete;
-    Block& operator=(const Block&) = delete;
-    ~Block() { zelFree(data); }
-    /// Bytes that have to move if the address is another one.
-    std::size_t Resize(std::size_t newSize) {
-        const auto before = reinterpret_cast<std::uintptr_t>(data);
-        const std::size_t old = std::exchange(size, newSize);
-        data = static_cast<char*>(zelReAlloc(data, newSize));
-        return reinterpret_cast<std::uintptr_t>(data) != before ? old : 0;
-    }
-    char* data = nullptr;
-    std::size_t size = 0;
-};
-
 TEST(Memory, AppendingInSmallStepsIsLinearInEveryThread) {
     const std::size_t step = 400, end = 2 << 20;
     const auto append = [&] {
         // Two blocks that grow in turn are in each other's way.
-        Block first, second;
+        void* blocks[2] = {};
         std::size_t moved = 0;
         for (std::size_t size = step; size <= end; size += step)
-            moved += first.Resize(size) + second.Resize(size);
-        EXPECT_LE(moved, 3 * 2 * end); // a geometric series with the factor 1.5
+            for (void*& block : blocks) {
+                const auto before = reinterpret_cast<std::uintptr_t>(block);
+                block = zelReAlloc(block, size);
+                moved += reinterpret_cast<std::uintptr_t>(block) != before ? size : 0;
+            }
+        EXPECT_LE(moved, 2 * 3 * end); // a geometric series with the factor 1.5
+        for (void* block : blocks)
+            zelFree(block);
     };
     append();
     std::thread(append).join();
@@ -55,41 +44,35 @@ TEST(Memory, AppendingInSmallStepsIsLinearInEveryThread) {
 
 TEST(Memory, KeepsContentsAndGivesBackWhatIsNotNeeded) {
     std::mt19937 random(8);
-    Block block;
+    char* block = nullptr;
     std::string model;
     for (int i = 0; i < 1000; ++i) {
         const std::size_t size = random() % 3000 >> random() % 8, old = model.size();
         model.resize(size, static_cast<char>(i));
-        block.Resize(size);
+        block = static_cast<char*>(zelReAlloc(block, size));
         if (size > old)
-            std::memset(block.data + old, i, size - old);
-        ASSERT_EQ(block.data == nullptr, size == 0);
-        ASSERT_EQ(std::string(block.data, block.data + size), model);
+            std::memset(block + old, i, size - old);
+        ASSERT_EQ(std::string(block, block + size), model);
     }
-    block.Resize(16 << 20);
-    block.Resize(1000);
-    EXPECT_LT(malloc_usable_size(block.data), 4096u);
+    block = static_cast<char*>(zelReAlloc(zelReAlloc(block, 16 << 20), 1000));
+    EXPECT_LT(malloc_usable_size(block), 4096u);
+    EXPECT_EQ(zelReAlloc(block, 0), nullptr);
     EXPECT_EQ(zelAlloc(0), nullptr);
     zelFree(nullptr);
 }
 
 TEST(Memory, ExhaustionIsThatOfNew) {
     static int asked;
-    asked = 0;
-    Block block;
-    block.Resize(5);
-    std::memcpy(block.data, "hello", 5);
-    std::set_new_handler([] {
-        if (++asked == 2)
-            std::set_new_handler(nullptr);
-    });
+    char* const block = static_cast<char*>(zelAlloc(5));
+    std::strcpy(block, "hell");
+    std::set_new_handler(
+        [] { std::set_new_handler(++asked == 2 ? nullptr : std::get_new_handler()); });
     EXPECT_THROW(static_cast<void>(zelAlloc(PTRDIFF_MAX - 4096)), std::bad_alloc);
     EXPECT_EQ(asked, 2);
-    EXPECT_THROW(static_cast<void>(zelAlloc(SIZE_MAX)), std::bad_alloc);
-    EXPECT_THROW(static_cast<void>(zelReAlloc(block.data, PTRDIFF_MAX - 4096)), std::bad_alloc);
-    EXPECT_THROW(static_cast<void>(zelReAlloc(block.data, SIZE_MAX)), std::bad_alloc);
-    EXPECT_THROW(zelOutOfMemory(), std::bad_alloc);
-    EXPECT_EQ(std::string(block.data, 5), "hello");
+    for (const std::size_t size : {static_cast<std::size_t>(PTRDIFF_MAX) - 4096, SIZE_MAX})
+        EXPECT_THROW(static_cast<void>(zelReAlloc(block, size)), std::bad_alloc);
+    EXPECT_STREQ(block, "hell");
+    zelFree(block);
 }
 
 } // namespace
