@@ -1,0 +1,154 @@
+// SPDX-License-Identifier: MIT
+#include "outside/varnholt/treewalk.h"
+
+#include <cstring>
+#include <utility>
+#include <vector>
+
+#include "posix/filecalls.h"
+
+namespace {
+
+constexpr std::size_t openLimit = 16;
+
+struct CloseDirectory {
+    void operator()(DIR* stream) const {
+        const sys::KeepErrno keep;
+        sys::closedir(stream);
+    }
+};
+using Directory = std::unique_ptr<DIR, CloseDirectory>;
+
+/// A directory on the way down. Once it has been let go of, its identity is all that is known.
+struct Level {
+    Directory stream;
+    dev_t device = 0;
+    ino_t number = 0;
+};
+
+Directory OpenStream(int folder, const char* name, int flags) {
+    const int fd =
+        sys::retry([&] { return sys::openat(folder, name, O_DIRECTORY | O_CLOEXEC | flags); });
+    if (fd < 0)
+        return nullptr;
+    Directory stream(sys::fdopendir(fd));
+    if (!stream) {
+        const sys::KeepErrno keep;
+        sys::close(fd);
+    }
+    return stream;
+}
+
+bool IsDirectory(int folder, const dirent& entry) {
+    if (entry.d_type != DT_UNKNOWN)
+        return entry.d_type == DT_DIR;
+    struct stat info;
+    return sys::fstatat(folder, entry.d_name, &info, AT_SYMLINK_NOFOLLOW) == 0 &&
+           S_ISDIR(info.st_mode);
+}
+
+} // namespace
+
+class zelTreeWalk::Body {
+public:
+    bool Open(const char* path) {
+        Directory top = OpenStream(AT_FDCWD, path, O_NOFOLLOW);
+        if (!top)
+            return false;
+        levels.push_back({std::move(top)});
+        return true;
+    }
+
+    const char* Next(bool& isDirectory) {
+        const int former = errno;
+        for (;;) {
+            errno = 0; // so that the end can be told from a failure
+            const dirent* entry = sys::readdir(levels.back().stream.get());
+            if (entry == nullptr)
+                return nullptr;
+            if (std::strcmp(entry->d_name, ".") == 0 || std::strcmp(entry->d_name, "..") == 0)
+                continue;
+            isDirectory = IsDirectory(InHand(), *entry);
+            errno = former;
+            return entry->d_name;
+        }
+    }
+
+    bool Enter(const char* name) {
+        if (levels.size() - firstOpen >= openLimit)
+            LetGo();
+        Directory child;
+        while (!(child = OpenStream(InHand(), name, O_NOFOLLOW)))
+            if ((errno != EMFILE && errno != ENFILE) || !LetGo())
+                return false;
+        levels.push_back({std::move(child)});
+        return true;
+    }
+
+    bool Leave() {
+        const Directory below = std::move(levels.back().stream);
+        levels.pop_back();
+        Level& level = levels.back();
+        if (level.stream)
+            return true;
+        level.stream = OpenStream(dirfd(below.get()), "..", 0);
+        if (!level.stream)
+            return false;
+        firstOpen = levels.size() - 1;
+        struct stat info;
+        if (sys::fstat(InHand(), &info) != 0)
+            return false;
+        if (info.st_dev == level.device && info.st_ino == level.number)
+            return true;
+        errno = ENOENT;
+        return false;
+    }
+
+    int InHand() const { return dirfd(levels.back().stream.get()); }
+
+private:
+    /// Closes the uppermost open directory; false if that is the one in hand.
+    bool LetGo() {
+        const sys::KeepErrno keep;
+        Level& level = levels[firstOpen];
+        struct stat info;
+        if (firstOpen + 1 == levels.size() || sys::fstat(dirfd(level.stream.get()), &info) != 0)
+            return false;
+        level.device = info.st_dev;
+        level.number = info.st_ino;
+        level.stream.reset();
+        ++firstOpen;
+        return true;
+    }
+
+    std::vector<Level> levels;
+    std::size_t firstOpen = 0; ///< from here on the levels are open
+};
+
+zelTreeWalk::zelTreeWalk() : body(std::make_unique<Body>()) {}
+
+zelTreeWalk::~zelTreeWalk() = default;
+
+bool zelTreeWalk::Open(const char* path) {
+    return body->Open(path);
+}
+
+const char* zelTreeWalk::Next(bool& isDirectory) {
+    return body->Next(isDirectory);
+}
+
+bool zelTreeWalk::Enter(const char* name) {
+    return body->Enter(name);
+}
+
+bool zelTreeWalk::Leave() {
+    return body->Leave();
+}
+
+bool zelTreeWalk::DeleteFile(const char* name) {
+    return sys::unlinkat(body->InHand(), name, 0) == 0;
+}
+
+bool zelTreeWalk::RemoveDirectory(const char* name) {
+    return sys::unlinkat(body->InHand(), name, AT_REMOVEDIR) == 0;
+}
