@@ -9,8 +9,10 @@
 #include <cstdlib>
 #include <filesystem>
 #include <iterator>
+#include <sstream>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include <pthread.h>
 #include <signal.h>
@@ -25,12 +27,26 @@ inline long OpenDescriptors() {
     return std::distance(Walk("/proc/self/fd"), Walk()) - 1; // the walk's own
 }
 
+/// A table written as text: rows end in `;`, columns are set off by blanks, `-` is the empty text.
+inline std::vector<std::vector<std::string>> Rows(const std::string& text) {
+    std::vector<std::vector<std::string>> rows;
+    std::istringstream lines(text);
+    for (std::string line; std::getline(lines, line, ';');) {
+        std::istringstream columns(line);
+        std::vector<std::string>& row = rows.emplace_back();
+        for (std::string column; columns >> column;)
+            row.push_back(column == "-" ? "" : column);
+    }
+    return rows;
+}
+
 /// A private folder, removed at the end with all that is in it. A current directory that was set
 /// meanwhile is set back.
 class TempFolder {
 public:
-    TempFolder() {
-        std::string name = (std::filesystem::temp_directory_path() / "plinth-XXXXXX").string();
+    explicit TempFolder(
+        const std::filesystem::path& parent = std::filesystem::temp_directory_path()) {
+        std::string name = (parent / "plinth-XXXXXX").string();
         path = mkdtemp(name.data());
     }
     TempFolder(const TempFolder&) = delete;

@@ -1,0 +1,196 @@
+// SPDX-License-Identifier: MIT
+#include <pfufs.h>
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cerrno>
+#include <cstring>
+#include <fstream>
+
+#include <thread>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+
+#include "outside/varnholt/treewalk.h"
+#include "support.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+/// Works in a private folder, beside a folder that nothing may touch.
+class Trees : public testing::Test {
+protected:
+    Trees() {
+        fs::current_path(folder.path);
+        fs::create_directory("outside");
+        Touch("outside/kept");
+    }
+    ~Trees() override {
+        EXPECT_TRUE(fs::exists("outside/kept"));
+        EXPECT_EQ(support::OpenDescriptors(), descriptors);
+    }
+    static void Touch(const fs::path& path) { std::ofstream stream(path); }
+
+    support::TempFolder folder;
+    long descriptors = support::OpenDescriptors();
+};
+
+/// Makes a chain of `depth` folders, however long its path, with a file at the end.
+void MakeChain(const fs::path& top, int depth) {
+    const fs::path former = fs::current_path();
+    fs::create_directory(top);
+    fs::current_path(top);
+    for (int level = 1; level < depth; ++level) {
+        ASSERT_EQ(mkdir("d", 0777), 0);
+        ASSERT_EQ(chdir("d"), 0);
+    }
+    std::ofstream stream("en");
+    fs::current_path(former);
+}
+
+TEST_F(Trees, AreMadeAlongAPath) {
+    Touch("file");
+    fs::create_directory_symlink("outside", "link");
+    fs::create_symlink("nowhere", "dangling");
+    const std::string absolute = folder.path.string() + "||x|y";
+    const std::string longest = std::string("l") + std::string(1021, '/') + "m";
+    for (const auto& row :
+         support::Rows("a|b|c a/b/c;  a|b|c a/b/c;  a\\b/d||e| a/b/d/e;  link|in outside/in;  n| n;"
+                       "a|.|f|..|g a/g;  - .;" +
+                       absolute + " x/y;" + longest + " l/m")) {
+        EXPECT_EQ(pfuFS::pfuMakeDirRec(row[0].c_str()), errOK) << row[0];
+        EXPECT_TRUE(fs::is_directory(row[1])) << row[1];
+    }
+    EXPECT_EQ(pfuFS::pfuMakeDirRec(nullptr), errOK);
+    for (const char* path : {"file", "file|x", "dangling|x", "a|new|..|..|file"})
+        EXPECT_EQ(pfuFS::pfuMakeDirRec(path), errFileInPath) << path;
+    EXPECT_TRUE(fs::is_directory("a/new")); // what was made stays
+    EXPECT_EQ(pfuFS::pfuMakeDirRec("|proc|x"), errNotFound);
+    EXPECT_EQ(pfuFS::pfuMakeDirRec((longest + "mm").c_str()), errNameTooLong);
+}
+
+TEST_F(Trees, AreMadeBelowABase) {
+    Touch("file");
+    const pfuDirPath base(folder.path.c_str());
+    for (int twice = 0; twice < 2; ++twice)
+        EXPECT_EQ(pfuFS::pfuMakeDirRec(base, "a|b\\c/d|"), errOK);
+    EXPECT_TRUE(fs::is_directory("a/b/c/d"));
+    EXPECT_EQ(pfuFS::pfuMakeDirRec("", "|a||e"), errOK);
+    EXPECT_TRUE(fs::is_directory("a/e"));
+    EXPECT_EQ(pfuFS::pfuMakeDirRec("missing", ""), errOK);
+    EXPECT_EQ(pfuFS::pfuMakeDirRec("missing", "x"), errNotFound); // the base is never made
+    EXPECT_EQ(pfuFS::pfuMakeDirRec(base, "a|..|file|x"), errExists);
+    const std::string pieces(900, '/'), name(200, 'n');
+    EXPECT_EQ(pfuFS::pfuMakeDirRec(("." + pieces).c_str(), ("x|" + name).c_str()), errNameTooLong);
+    EXPECT_TRUE(fs::is_directory("x"));
+}
+
+TEST_F(Trees, AreRemovedWithoutLeavingThem) {
+    fs::create_directories("t/empty/deeper");
+    fs::create_directory("t/..|outside");
+    for (const char* name : {"t/file", "t/..|outside|kept", "t/\xFF", "t/a|b", "t/..|outside/x"})
+        Touch(name);
+    fs::create_directory_symlink("../outside", "t/link");
+    fs::create_symlink("nowhere", "t/dangling");
+    fs::create_directory_symlink("t", "toTree");
+    for (const char* path : {"toTree", "toTree|", "t|file"})
+        EXPECT_EQ(pfuFS::pfuRemoveDirRec(path), errNotDirectory) << path;
+    for (const char* path : {"missing", ""})
+        EXPECT_EQ(pfuFS::pfuRemoveDirRec(path), errNotFound) << path;
+    EXPECT_TRUE(fs::exists("t/file"));
+    EXPECT_EQ(pfuFS::pfuRemoveDirRec("t|"), errOK);
+    EXPECT_FALSE(fs::exists("t"));
+}
+
+TEST_F(Trees, AreRemovedAtAnyDepthThatAPathCanHave) {
+    MakeChain("t", 510); // a longer path cannot be joined
+    {
+        const support::DescriptorLimit few(static_cast<rlim_t>(descriptors) + 3);
+        EXPECT_EQ(pfuFS::pfuRemoveDirRec("t"), errOK);
+    }
+    EXPECT_FALSE(fs::exists("t"));
+    MakeChain("t", 1000);
+    fs::create_directory("t/d/e");
+    EXPECT_EQ(pfuFS::pfuRemoveDirRec("t"), errNameTooLong);
+    EXPECT_TRUE(fs::exists("t/d/d/d"));
+}
+
+TEST_F(Trees, StayFromWhatCannotBeReadOn) {
+    if (geteuid() != 0)
+        GTEST_SKIP() << "needs root to become somebody else";
+    fs::permissions(".", fs::perms(0777));
+    const pid_t child = fork();
+    if (child == 0) {
+        if (setresgid(65534, 65534, 65534) != 0 || setresuid(65534, 65534, 65534) != 0)
+            _exit(1);
+        fs::create_directories("t/closed/in");
+        fs::permissions("t/closed", fs::perms(0300));
+        _exit(pfuFS::pfuRemoveDirRec("t") == errNoAccess && fs::exists("t/closed/in") &&
+                      pfuFS::pfuRemoveDirRec("outside") == errNoAccess &&
+                      pfuFS::pfuMakeDirRec("outside|x|y") == errNoAccess
+                  ? 0
+                  : 2);
+    }
+    int status = -1;
+    waitpid(child, &status, 0);
+    EXPECT_EQ(status, 0);
+}
+
+/// What stands at a name when the walk goes in, and where a folder is when it comes back up.
+TEST_F(Trees, AreWalkedThroughFoldersAlone) {
+    fs::create_directories("t/d");
+    zelTreeWalk walk;
+    bool isDirectory = false;
+    ASSERT_TRUE(walk.Open("t"));
+    EXPECT_STREQ(walk.Next(isDirectory), "d");
+    EXPECT_TRUE(isDirectory);
+    fs::remove("t/d");
+    fs::create_directory_symlink("../outside", "t/d");
+    EXPECT_FALSE(walk.Enter("d"));
+    EXPECT_EQ(errMapError(), errNotDirectory);
+    fs::remove("t/d");
+
+    fs::path deep = "t";
+    for (int level = 0; level < 40; ++level) {
+        deep /= "d";
+        fs::create_directory(deep);
+        ASSERT_TRUE(walk.Enter("d"));
+        EXPECT_LE(support::OpenDescriptors(), descriptors + 16);
+    }
+    fs::rename("t/d/d", "outside/moved"); // above what is still open
+    bool back = true;
+    for (int level = 40; back && level > 2; --level)
+        back = walk.Leave();
+    EXPECT_TRUE(back);
+    EXPECT_FALSE(walk.Leave());
+    EXPECT_EQ(errMapError(), errNotFound);
+}
+
+TEST_F(Trees, AreRemovedWhileSomebodySwapsAFolderForALink) {
+    std::atomic<bool> over{false};
+    std::thread swapping([&] {
+        while (!over)
+            renameat2(AT_FDCWD, "t/d", AT_FDCWD, "link", RENAME_EXCHANGE);
+    });
+    for (int round = 0; round < 100; ++round) {
+        fs::create_directory("t");
+        std::error_code any; // the two may have been left either way round
+        fs::remove("link", any);
+        fs::create_directory_symlink(folder.path / "outside", "link", any);
+        fs::create_directory("t/d", any);
+        for (int file = 0; file < 10; ++file)
+            std::ofstream stream("t/f" + std::to_string(file));
+        while (pfuFS::pfuRemoveDirRec("t") != errOK)
+            if (!fs::exists("t"))
+                break;
+        EXPECT_TRUE(fs::exists("outside/kept"));
+    }
+    over = true;
+    swapping.join();
+}
+
+} // namespace
