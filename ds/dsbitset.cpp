@@ -183,20 +183,22 @@ int dsBitSet::Combine(const dsBitSet& other, Operation operation) {
     onCountValid = false;
     if (bitCount != other.bitCount)
         return 0;
-    const std::size_t size = BytesFor(bitCount);
-    std::size_t done = 0;
+    unsigned char* mine = bytes; // a copy: a store to bytes might change a member
+    const unsigned char* theirs = other.bytes;
     const auto step = [&](std::size_t width) {
-        Word mine = 0;
-        Word theirs = 0;
-        std::memcpy(&mine, bytes + done, width);
-        std::memcpy(&theirs, other.bytes + done, width);
-        mine = operation(mine, theirs);
-        std::memcpy(bytes + done, &mine, width);
-        done += width;
+        Word left = 0;
+        Word right = 0;
+        std::memcpy(&left, mine, width);
+        std::memcpy(&right, theirs, width);
+        left = operation(left, right);
+        std::memcpy(mine, &left, width);
+        mine += width;
+        theirs += width;
     };
-    while (size - done >= bitwords::wordBytes)
+    std::size_t size = BytesFor(bitCount);
+    for (; size >= bitwords::wordBytes; size -= bitwords::wordBytes)
         step(bitwords::wordBytes);
-    step(size - done);
+    step(size);
     return 1;
 }
 
@@ -232,7 +234,7 @@ int dsBitSet::operator%=(const dsBitSet& other) {
     return Combine(other, [](auto mine, auto theirs) { return theirs & ~mine; });
 }
 
-unsigned long dsBitSet::Next(unsigned long i) const {
+unsigned long dsBitSet::SearchNext(unsigned long i) const {
     if (!Exist(i))
         return none;
     const std::size_t found = bitwords::FindForward(bytes, i + 1, bitCount);

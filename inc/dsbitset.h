@@ -63,7 +63,11 @@ public:
     int operator%=(const dsBitSet& other);
 
     /// The nearest index above or below `i` that is on. None for an `i` outside the set.
-    unsigned long Next(unsigned long i) const;
+    unsigned long Next(unsigned long i) const {
+        // In a dense set the next bit is likely on, and a guess takes no time.
+        const unsigned long next = i + 1;
+        return next != 0 && IsOn(next) ? next : SearchNext(i);
+    }
     unsigned long Previous(unsigned long i) const;
     unsigned long First() const;
     unsigned long Last() const;
@@ -91,6 +95,7 @@ private:
     bool Valid(unsigned long i);
     int inf(int byteIndex, int bitIndex) const { return bytes[byteIndex] >> (7 - bitIndex) & 1; }
     void set(int on, int byteIndex, int bitIndex);
+    unsigned long SearchNext(unsigned long i) const;
     void SetBitCount(unsigned long size);
     void SetUp(unsigned long& count, unsigned long& first) const;
     unsigned long CountOn() const;
