@@ -51,15 +51,30 @@ private:
     double total;       ///< seconds charged
 };
 
-/// A scope of work, for the stack.
+/// A scope of work, for the stack. It costs little more than its two looks at the clock.
 ///
 /// Requires: points end in the reverse order of their making, and the entry outlives them.
 class ZEL_EXPORT ProfilePoint {
 public:
-    explicit ProfilePoint(ProfileEntry* entry);
+    explicit ProfilePoint(ProfileEntry* charged)
+        : previous(currentPoint), entry(charged), start(zelTimeval::Now()) {
+        if (previous != nullptr) {
+            previous->entry->total += start - previous->start;
+            previous->start = 0.0;
+        }
+        currentPoint = this;
+    }
     ProfilePoint(const ProfilePoint&) = delete;
     ProfilePoint& operator=(const ProfilePoint&) = delete;
-    ~ProfilePoint();
+    ~ProfilePoint() {
+        const double now = zelTimeval::Now();
+        entry->total += now - start;
+        ++entry->calls;
+        start = 0.0;
+        if (previous != nullptr)
+            previous->start = now;
+        currentPoint = previous;
+    }
 
 private:
     static ProfilePoint* currentPoint; ///< the innermost live point

@@ -74,6 +74,8 @@ TEST(Time, IsNormalisedToMicrosecondsBelowOneSecond) {
     const zelTimeMill made;
     EXPECT_GE(made.ToDouble(), before - 1); // the coarse clock behind time() may lag or lead
     EXPECT_LT(made.ToDouble(), before + 60);
+    EXPECT_GE(zelTimeval::Now(), made.ToDouble());
+    EXPECT_LE(zelTimeval::Now(), zelTimeMill());
 }
 
 TEST(Profile, AnEntryReportsInTheFormatOfTheStream) {

@@ -19,6 +19,9 @@ public:
     /// Takes the present time from the system's clock, which may be set while the program runs.
     void GetTimeOfDay();
 
+    /// What ToDouble gives right after GetTimeOfDay, at the price of a look at the clock.
+    static double Now();
+
     /// The seconds with their fraction.
     double ToDouble() const {
         return static_cast<double>(microseconds) / 1000000.0 + static_cast<double>(seconds);
