@@ -76,7 +76,7 @@ bool pfuDirImplementation::ExpandPattern(const char* pattern, dsXArray<pfuDirPat
     for (; ReadNextMatching(entry, pattern); any = true) {
         auto name = std::make_unique<pfuDirPath>(static_cast<const char*>(entry));
         matches += name.get();
-        name.release();
+        static_cast<void>(name.release()); // the caller's from here on
     }
     return any;
 }

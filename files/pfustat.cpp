@@ -118,11 +118,11 @@ bool pfuFS::pfuGetUserName(dsString& name) {
 
 errstatus pfuFS::pfuGetLogicalDrives(dsString& drives) {
     constexpr unsigned int room = 1024;
-    constexpr unsigned int bytesOfRoot = 4; // as in "D:\\" with its NUL
+    constexpr std::size_t bytesOfRoot = 4; // as in "D:\\" with its NUL
     char roots[room];
     const unsigned int filled = uGetLogicalDriveStrings(room, roots);
     drives = "";
-    for (unsigned int drive = 0; drive < std::min(filled, room) / bytesOfRoot; ++drive)
+    for (std::size_t drive = 0; drive < std::min(filled, room) / bytesOfRoot; ++drive)
         drives += roots[drive * bytesOfRoot];
     return errOK;
 }

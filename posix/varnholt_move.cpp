@@ -39,10 +39,8 @@ private:
 class Nursery {
 public:
     explicit Nursery(const std::string& target)
-        : folder(target.substr(0, target.rfind('/') + 1) + ".moving-XXXXXX") {
-        made = sys::mkdtemp(folder.data()) != nullptr;
-        child = folder + "/file";
-    }
+        : folder(target.substr(0, target.rfind('/') + 1) + ".moving-XXXXXX"),
+          made(sys::mkdtemp(folder.data()) != nullptr), child(folder + "/file") {}
     Nursery(const Nursery&) = delete;
     Nursery& operator=(const Nursery&) = delete;
     ~Nursery() {
@@ -57,8 +55,8 @@ public:
 
 private:
     std::string folder;
-    std::string child;
     bool made;
+    std::string child;
 };
 
 bool CopyBytes(int from, int to) {
@@ -98,13 +96,13 @@ bool CopyFile(const char* source, const char* target) {
     return sys::fchmod(to, permissions) == 0 && sys::futimens(to, times) == 0 && to.Close();
 }
 
-bool CopyLink(const char* source, const char* target) {
-    char text[PATH_MAX];
-    const ssize_t length = sys::readlink(source, text, sizeof text - 1);
+bool CopyLink(const char* source, const char* copy) {
+    char target[PATH_MAX];
+    const ssize_t length = sys::readlink(source, target, sizeof target - 1);
     if (length < 0)
         return false;
-    text[length] = '\0';
-    return sys::symlink(text, target) == 0;
+    target[length] = '\0';
+    return sys::symlink(target, copy) == 0;
 }
 
 /// rename has found that the names lie on different file systems.

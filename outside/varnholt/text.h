@@ -15,6 +15,7 @@ ZEL_EXPORT int Strlen(const char* text);
 ZEL_EXPORT bool Getenv(const char* name, const char** value);
 
 /// A copy of `text` for `operator delete`; null for null.
+// NOLINTNEXTLINE(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp): the name is given.
 [[nodiscard]] ZEL_EXPORT char* Strnew__(const char* text);
 
 /// Writes the wide form of native `text` into `target`, up to `limit` wide characters and a NUL,
