@@ -38,11 +38,12 @@ void* operator new(std::size_t size) {
     return block != nullptr ? block : throw std::bad_alloc();
 }
 
-void operator delete(void* block) noexcept {
+// Inlined, each half of a pair alone would look like a mistake to the compiler.
+[[gnu::noinline]] void operator delete(void* block) noexcept {
     std::free(block);
 }
 
-void operator delete(void* block, std::size_t) noexcept {
+[[gnu::noinline]] void operator delete(void* block, std::size_t) noexcept {
     std::free(block);
 }
 
@@ -129,7 +130,7 @@ TEST_F(Files, KnowTheMachine) {
     ASSERT_EQ(statvfs(".", &info), 0);
     double bytes = 0;
     for (const std::string& path :
-         {folder.path.string(), folder.path.string() + ":|x", "." + std::string("|")}) {
+         {folder.path.string(), folder.path.string() + ":|x", std::string(".|")}) {
         EXPECT_EQ(pfuFS::pfuGetFreeSpace(path.c_str(), bytes), errOK) << path;
         EXPECT_NEAR(bytes, double(info.f_frsize) * double(info.f_bavail), 1e9) << path;
     }
