@@ -132,7 +132,8 @@ TEST_F(Files, KnowTheMachine) {
     for (const std::string& path :
          {folder.path.string(), folder.path.string() + ":|x", std::string(".|")}) {
         EXPECT_EQ(pfuFS::pfuGetFreeSpace(path.c_str(), bytes), errOK) << path;
-        EXPECT_NEAR(bytes, double(info.f_frsize) * double(info.f_bavail), 1e9) << path;
+        const double expected = double(info.f_frsize) * double(info.f_bavail);
+        EXPECT_NEAR(bytes, expected, expected / 10) << path; // others write meanwhile
     }
     for (const char* path : {"missing", "", ":/tmp"}) {
         EXPECT_EQ(pfuFS::pfuGetFreeSpace(path, bytes), errNoDiskInfo) << path;
@@ -254,12 +255,10 @@ TEST_F(Files, TakeAnotherNameAlsoOnAnotherFileSystem) {
     Put("b", "old");
     EXPECT_EQ(pfuFS::pfuRenameFile("a", ".|b"), errOK);
     EXPECT_EQ(Get("b"), "new");
-    const support::TempFolder elsewhere("/dev/shm");
     struct stat here, there;
-    stat(".", &here);
-    stat(elsewhere.path.c_str(), &there);
-    if (here.st_dev == there.st_dev)
-        GTEST_SKIP() << "/dev/shm is on the file system of the temporary folder";
+    if (stat(".", &here) != 0 || stat("/dev/shm", &there) != 0 || here.st_dev == there.st_dev)
+        GTEST_SKIP() << "/dev/shm is not there, or no other file system";
+    const support::TempFolder elsewhere("/dev/shm");
     const auto move = [&](const char* name, const char* target) {
         return pfuFS::pfuRenameFile(name, (elsewhere.path / target).c_str());
     };
