@@ -6,6 +6,7 @@
 #include "outside/quillmarsh/multibyte.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <cstring>
 #include <cwchar>
 #include <optional>
@@ -14,16 +15,29 @@
 #include "posix/utf8.h"
 
 #include <langinfo.h>
+#include <locale.h>
 
 namespace {
 
 enum class Encoding { Utf8, Ascii, Other };
 
+/// The name of the encoding of the locale "C", a constant of the C library's: other locales have
+/// names of their own, even where they read the same.
+const char* PlainEncodingName() {
+    static const char* const name =
+        ::nl_langinfo_l(CODESET, ::newlocale(LC_ALL_MASK, "C", nullptr));
+    return name;
+}
+
 /// The encoding of the calling thread's locale, as far as it makes a difference here. `Ascii` is
-/// any single-byte encoding in which the bytes below 0x80 are ASCII.
+/// any single-byte encoding in which the bytes below 0x80 are ASCII. This is asked for each text,
+/// however short, so the two common answers come first, without a call.
 Encoding NativeEncoding() {
-    const char* name = ::nl_langinfo(CODESET);
-    if (std::strcmp(name, "UTF-8") == 0)
+    const char* const name = ::nl_langinfo(CODESET);
+    if (name == PlainEncodingName())
+        return Encoding::Ascii;
+    if (name[0] == 'U' && name[1] == 'T' && name[2] == 'F' && name[3] == '-' && name[4] == '8' &&
+        name[5] == 0)
         return Encoding::Utf8;
     if (std::strcmp(name, "ANSI_X3.4-1968") == 0 || std::strncmp(name, "ISO-8859-", 9) == 0)
         return Encoding::Ascii;
@@ -31,6 +45,13 @@ Encoding NativeEncoding() {
 }
 
 bool IsAscii(const char* text, const char* end) {
+    constexpr int words = 4;
+    for (; end - text >= words * utf8::wordSize; text += words * utf8::wordSize) {
+        std::uint64_t block[words];
+        std::memcpy(block, text, sizeof block);
+        if (((block[0] | block[1] | block[2] | block[3]) & utf8::highBits) != 0)
+            return false;
+    }
     for (; end - text >= utf8::wordSize; text += utf8::wordSize)
         if (utf8::AsciiPrefix(text) < utf8::wordSize)
             return false;

@@ -21,11 +21,14 @@ inline constexpr wchar_t replacement = 0xFFFD;
 /// Characters that are tested and moved at once while they are ASCII.
 inline constexpr int wordSize = 8;
 
+/// The bit of each byte of a word that ASCII does not have.
+inline constexpr std::uint64_t highBits = 0x8080808080808080;
+
 /// How many of the 8 bytes at `text` are ASCII before the first that is not.
 inline int AsciiPrefix(const char* text) {
     std::uint64_t word;
     std::memcpy(&word, text, sizeof word);
-    word &= 0x8080808080808080u;
+    word &= highBits;
     const bool firstIsLow = std::endian::native == std::endian::little;
     return (firstIsLow ? std::countr_zero(word) : std::countl_zero(word)) / 8;
 }

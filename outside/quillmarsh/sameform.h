@@ -9,7 +9,7 @@
 /// True if `length` bytes of text have the same bytes in native and in neutral form, so that
 /// either conversion would give them back as they are. False promises nothing.
 ///
-/// Requires: none of the bytes is a NUL, and one stands behind them.
+/// Requires: a NUL stands behind the bytes. One among them is as good as any other byte.
 bool zelSameForm(const char* text, std::size_t length);
 
 #endif
