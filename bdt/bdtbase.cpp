@@ -6,30 +6,22 @@
 #include <bit>
 #include <climits>
 #include <cstring>
-#include <streambuf>
 #include <utility>
 
+#include "bdt/transfer.h"
 #include "outside/quillmarsh/multibyte.h"
 
-namespace {
-
-/// The flags are plain integers to whoever derives from the class; all access goes through this.
-std::atomic_ref<int> Shared(int& flag) {
-    return std::atomic_ref<int>(flag);
-}
-
-constexpr unsigned int prefixLength = 4;
-
-} // namespace
+static constexpr unsigned int prefixLength = 4;
 
 int bdtBase::byteOrderProbePending = 1;
 int bdtBase::hostIsNetworkOrder = 0;
 
 bdtBase::bdtBase() {
-    if (Shared(byteOrderProbePending).load(std::memory_order_acquire) == 0)
+    const std::atomic_ref<int> pending(byteOrderProbePending);
+    if (pending.load(std::memory_order_acquire) == 0)
         return;
-    Shared(hostIsNetworkOrder).store(IsByteOrderOK(), std::memory_order_relaxed);
-    Shared(byteOrderProbePending).store(0, std::memory_order_release);
+    std::atomic_ref<int>(hostIsNetworkOrder).store(IsByteOrderOK(), std::memory_order_relaxed);
+    pending.store(0, std::memory_order_release);
 }
 
 bdtBase::~bdtBase() = default;
@@ -39,12 +31,12 @@ int bdtBase::IsByteOrderOK() {
 }
 
 void bdtBase::Swap4(char* word) {
-    if (Shared(hostIsNetworkOrder).load(std::memory_order_relaxed) == 0)
+    if (HostSwaps())
         std::reverse(word, word + 4);
 }
 
 void bdtBase::Swap8(char* word) {
-    if (Shared(hostIsNetworkOrder).load(std::memory_order_relaxed) == 0)
+    if (HostSwaps())
         std::reverse(word, word + 8);
 }
 
@@ -117,19 +109,11 @@ std::basic_streambuf<char>* bdtStream::rdbuf(std::basic_streambuf<char>* newBuff
 }
 
 int bdtStream::sgetn(char* data, int count) {
-    const bool any = buffer != nullptr && count > 0;
-    const int moved = any ? static_cast<int>(buffer->sgetn(data, count)) : 0;
-    if (moved != count)
-        setstate(eofbit | failbit);
-    return moved;
+    return bdt::Take(*this, data, count);
 }
 
 int bdtStream::sputn(char* data, int count) {
-    const bool any = buffer != nullptr && count > 0;
-    const int moved = any ? static_cast<int>(buffer->sputn(data, count)) : 0;
-    if (moved != count)
-        setstate(badbit);
-    return moved;
+    return bdt::Put(*this, data, count);
 }
 
 void bdtStream::Swap4(char* word) {

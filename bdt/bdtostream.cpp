@@ -1,12 +1,15 @@
 // SPDX-License-Identifier: MIT
 #include "bdtstream.h"
 
+#include <bit>
 #include <climits>
+#include <cstdint>
 #include <cstring>
 #include <memory>
 #include <new>
 #include <utility>
 
+#include "bdt/transfer.h"
 #include "mbconv.h"
 #include "outside/quillmarsh/multibyte.h"
 #include "outside/quillmarsh/sameform.h"
@@ -37,6 +40,36 @@ private:
     std::size_t size;
 };
 
+/// Writes a length and as many bytes.
+void PutRecord(bdtStream& stream, bool swaps, const char* data, std::size_t size) {
+    if (size > INT_MAX) {
+        stream.setstate(bdtStream::failbit);
+        return;
+    }
+    const auto prefix = static_cast<std::uint32_t>(size);
+    // A short record is one transfer.
+    char joined[256];
+    if (size > sizeof joined - sizeof prefix) {
+        bdt::PutWord(stream, swaps, prefix);
+        bdt::Put(stream, data, static_cast<int>(size));
+        return;
+    }
+    const std::uint32_t word = swaps ? bdt::Swapped(prefix) : prefix;
+    std::memcpy(joined, &word, sizeof word);
+    std::memcpy(joined + sizeof word, data, size);
+    bdt::Put(stream, joined, static_cast<int>(size + sizeof word));
+}
+
+/// Writes the multibyte form of a wide character behind its length.
+void PutCharacter(bdtStream& stream, bool swaps, unsigned short value) {
+    char bytes[MB_LEN_MAX];
+    const int count = zel_wctomb(bytes, static_cast<wchar_t>(value));
+    if (count < 0)
+        stream.setstate(bdtStream::failbit);
+    else
+        PutRecord(stream, swaps, bytes, static_cast<std::size_t>(count));
+}
+
 } // namespace
 
 bdtOStream::bdtOStream(std::basic_streambuf<char>* newBuffer, int newPortable)
@@ -46,89 +79,65 @@ bdtOStream::bdtOStream() = default;
 
 bdtOStream::~bdtOStream() = default;
 
-/// Writes a number of 4 or 8 bytes in host order, which it may swap in place.
-void bdtOStream::PutWord(char* word, int size) {
-    if (portable != 0)
-        size == 4 ? Swap4(word) : Swap8(word);
-    sputn(word, size);
-}
-
-/// Writes a length and as many bytes.
-void bdtOStream::PutRecord(const char* data, std::size_t size) {
-    if (size > INT_MAX) {
-        setstate(failbit);
-        return;
-    }
-    *this << static_cast<int>(size);
-    sputn(const_cast<char*>(data), static_cast<int>(size));
-}
-
 bdtOStream& bdtOStream::operator<<(char value) {
-    sputn(&value, 1);
+    bdt::Put(*this, &value, 1);
     return *this;
 }
 
 bdtOStream& bdtOStream::operator<<(unsigned char value) {
-    sputn(reinterpret_cast<char*>(&value), 1);
+    bdt::Put(*this, reinterpret_cast<char*>(&value), 1);
     return *this;
 }
 
 bdtOStream& bdtOStream::operator<<(short value) {
     if (portable != 0)
-        return *this << static_cast<int>(value);
-    sputn(reinterpret_cast<char*>(&value), sizeof value);
+        bdt::PutWord(*this, Swaps(), static_cast<std::uint32_t>(value));
+    else
+        bdt::Put(*this, reinterpret_cast<char*>(&value), sizeof value);
     return *this;
 }
 
 bdtOStream& bdtOStream::operator<<(unsigned short value) {
     if (portable == 0)
-        sputn(reinterpret_cast<char*>(&value), sizeof value);
+        bdt::Put(*this, reinterpret_cast<char*>(&value), sizeof value);
     else if (multibyteChars != 0)
-        PutCharacter(value);
+        PutCharacter(*this, Swaps(), value);
     else
-        *this << static_cast<unsigned int>(value);
+        bdt::PutWord(*this, Swaps(), std::uint32_t{value});
     return *this;
 }
 
-/// Writes the multibyte form of a wide character behind its length.
-void bdtOStream::PutCharacter(unsigned short value) {
-    char bytes[MB_LEN_MAX];
-    const int count = zel_wctomb(bytes, static_cast<wchar_t>(value));
-    if (count < 0)
-        setstate(failbit);
-    else
-        PutRecord(bytes, static_cast<std::size_t>(count));
-}
-
 bdtOStream& bdtOStream::operator<<(int value) {
-    PutWord(reinterpret_cast<char*>(&value), sizeof value);
+    bdt::PutWord(*this, Swaps(), static_cast<std::uint32_t>(value));
     return *this;
 }
 
 bdtOStream& bdtOStream::operator<<(unsigned int value) {
-    PutWord(reinterpret_cast<char*>(&value), sizeof value);
+    bdt::PutWord(*this, Swaps(), static_cast<std::uint32_t>(value));
     return *this;
 }
 
 bdtOStream& bdtOStream::operator<<(long value) {
     if (!std::in_range<int>(value))
         setstate(failbit);
-    return *this << static_cast<int>(value);
+    bdt::PutWord(*this, Swaps(), static_cast<std::uint32_t>(value));
+    return *this;
 }
 
 bdtOStream& bdtOStream::operator<<(unsigned long value) {
     if (!std::in_range<unsigned int>(value))
         setstate(failbit);
-    return *this << static_cast<unsigned int>(value);
+    bdt::PutWord(*this, Swaps(), static_cast<std::uint32_t>(value));
+    return *this;
 }
 
 bdtOStream& bdtOStream::operator<<(float value) {
-    PutWord(reinterpret_cast<char*>(&value), sizeof value);
+    bdt::PutWord(*this, Swaps(), std::bit_cast<std::uint32_t>(value));
     return *this;
 }
 
 bdtOStream& bdtOStream::operator<<(double value) {
-    PutWord(reinterpret_cast<char*>(&value), sizeof value);
+    bdt::PutWord(*this, Swaps(), std::bit_cast<std::uint64_t>(value));
     return *this;
 }
 
@@ -136,13 +145,13 @@ bdtOStream& bdtOStream::operator<<(char const* text) {
     if (text == nullptr)
         return *this << -1;
     if (portable == 0) {
-        PutRecord(text, std::strlen(text));
+        PutRecord(*this, Swaps(), text, std::strlen(text));
         return *this;
     }
     const NeutralText neutral(text);
     if (neutral.Get() == nullptr)
         return *this << -1;
-    PutRecord(neutral.Get(), neutral.Size());
+    PutRecord(*this, Swaps(), neutral.Get(), neutral.Size());
     return *this;
 }
 
@@ -161,13 +170,13 @@ bdtOStream& bdtOStream::operator<<(wchar_t const* text) {
         return *this << static_cast<int>(size + 1);
     }
     if (portable == 0) {
-        PutRecord(native.get(), size + 1);
+        PutRecord(*this, Swaps(), native.get(), size + 1);
         return *this;
     }
     const NeutralText neutral(native.get());
     if (neutral.Get() == nullptr)
         return *this << 0;
-    PutRecord(neutral.Get(), neutral.Size() + 1);
+    PutRecord(*this, Swaps(), neutral.Get(), neutral.Size() + 1);
     return *this;
 }
 
@@ -177,7 +186,7 @@ bdtOStream& bdtOStream::operator<<(bdtOStream& (*manipulator)(bdtOStream&)) {
 
 bdtOStream& bdtOStream::Write(char* data, int length) {
     *this << length;
-    sputn(data, length);
+    bdt::Put(*this, data, length);
     return *this;
 }
 

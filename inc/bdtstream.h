@@ -18,7 +18,6 @@
 #ifndef PLINTH_BDTSTREAM_H
 #define PLINTH_BDTSTREAM_H
 
-#include <cstddef>
 #include <iosfwd>
 
 #include "outside/zelexport.h"
@@ -57,7 +56,11 @@ public:
     static unsigned int Length(wchar_t character, int portable, int multibyteChars);
 
 protected:
+    /// Whether host order differs from big-endian, as far as the probe has told.
+    static bool HostSwaps() { return __atomic_load_n(&hostIsNetworkOrder, __ATOMIC_RELAXED) == 0; }
+
     /// Threads that make their first objects at once may all run the probe; they find the same.
+    /// Whatever reads or writes the two does so atomically.
     static int byteOrderProbePending;
     static int hostIsNetworkOrder;
 };
@@ -105,6 +108,9 @@ protected:
     /// Portable, without a buffer.
     bdtStream();
 
+    /// Whether the bytes of numbers are reversed on their way.
+    bool Swaps() const { return portable != 0 && HostSwaps(); }
+
     int state;
     int portable;
     int multibyteChars;
@@ -143,11 +149,6 @@ public:
 
 protected:
     bdtIStream();
-
-private:
-    bool TakeWord(char* word, int size);
-    void TakeText(const char* record, int count, dsString& text);
-    void TakeCharacter(unsigned short& value);
 };
 
 /// Writes values.
@@ -181,11 +182,6 @@ public:
 
 protected:
     bdtOStream();
-
-private:
-    void PutWord(char* word, int size);
-    void PutRecord(const char* data, std::size_t size);
-    void PutCharacter(unsigned short value);
 };
 
 /// Both directions over one buffer, with one state and one mode.
