@@ -5,9 +5,7 @@
 
 #include <cerrno>
 
-#include "outside/quillmarsh/files.h"
-#include "outside/varnholt/files.h"
-#include "outside/win32/handles.h"
+#include "files/filehandle.h"
 #include "outside/win32/pipes.h"
 
 namespace {
@@ -15,21 +13,6 @@ namespace {
 errstatus ResultOf(bool success) {
     return success ? errOK : errMapError();
 }
-
-/// An opening that closes itself, leaving the last error alone.
-class FileHandle {
-public:
-    explicit FileHandle(void* opened) : handle(opened) {}
-    FileHandle(const FileHandle&) = delete;
-    FileHandle& operator=(const FileHandle&) = delete;
-    ~FileHandle() { win32CloseFileHandle(handle); }
-
-    bool IsOpen() const { return handle != zelHandleOfDescriptor(-1); }
-    void* Get() const { return handle; }
-
-private:
-    void* handle;
-};
 
 std::ios_base::openmode OpenMode(int mode) {
     return static_cast<std::ios_base::openmode>(mode);
@@ -73,17 +56,10 @@ errstatus pfuFS::pfuRenameFile(const char* from, const char* to) {
 }
 
 errstatus pfuFS::pfuCopyFile(const char* from, const char* to) {
-    constexpr unsigned int readAccess = 0x80000000, writeAccess = 0x40000000;
-    constexpr unsigned int shareReading = 1, shareNothing = 0;
-    constexpr unsigned int createAlways = 2, openExisting = 3;
-    constexpr unsigned int normal = 0x80, sequentialScan = 0x8000000;
-
-    const FileHandle source(uCreateFile(pfuOSPath(from), readAccess, shareReading, nullptr,
-                                        openExisting, sequentialScan, nullptr));
+    const files::FileHandle source(files::OpenSource(from));
     if (!source.IsOpen())
         return errMapError();
-    const FileHandle target(uCreateFile(pfuOSPath(to), writeAccess, shareNothing, nullptr,
-                                        createAlways, normal, nullptr));
+    const files::FileHandle target(files::OpenTarget(to));
     if (!target.IsOpen())
         return errMapError();
     char block[65536];

@@ -109,6 +109,17 @@ public:
     /// itself is errShared and leaves the file intact. What was written before a failure stays.
     static errstatus pfuCopyFile(const char* from, const char* to);
 
+    // The bytes of a file. Any failure is errFailed.
+
+    /// A small checksum for telling files apart (docs/formats.md).
+    static errstatus pfuCalcCheckSumByPath(const char* path, unsigned int& checksum);
+    /// Writes the file `to`: the file `from` with each occurrence of `oldText`, leftmost first,
+    /// replaced by `newText`, which is not searched. Bytes that are NUL are like any other. What
+    /// was written before a failure stays; an `oldText` that is empty or has more than 4095 bytes,
+    /// and a file that `to` already names, leave `to` untouched.
+    static errstatus pfuReplaceString(const char* const oldText, const char* const newText,
+                                      const char* from, const char* to);
+
     /// Clear the stream's state and open it. `mode` is the value of a std::ios_base::openmode.
     static errstatus pfuOpenStream(const char* path, int mode, std::basic_fstream<char>& stream);
     static errstatus pfuOpenStream(const char* path, int mode, std::basic_ifstream<char>& stream);
