@@ -106,6 +106,9 @@ inline char* getcwd(char* buffer, size_t size) {
 inline int gethostname(char* name, size_t size) {
     return ::gethostname(name, size);
 }
+inline pid_t getpid() {
+    return ::getpid();
+}
 inline uid_t geteuid() {
     return ::geteuid();
 }
