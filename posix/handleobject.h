@@ -4,6 +4,10 @@
 #ifndef PLINTH_POSIX_HANDLEOBJECT_H
 #define PLINTH_POSIX_HANDLEOBJECT_H
 
+#include <optional>
+
+#include "posix/polling.h"
+
 namespace posix {
 
 /// A system object behind an even handle word. Whoever holds the handle closes it once; what that
@@ -15,6 +19,9 @@ public:
     HandleObject& operator=(const HandleObject&) = delete;
     virtual ~HandleObject() = default;
     virtual void ReleaseHandle() = 0;
+    /// True when the object stands signalled or came to do so in time, false when it did not;
+    /// nothing for an object that cannot be waited for.
+    virtual std::optional<bool> Wait(const Deadline&) { return std::nullopt; }
 };
 
 } // namespace posix

@@ -48,6 +48,22 @@ private:
     Type type;
 };
 
+/// The end of a thread: signalled from then on. The thread is given by its handle (threads.h in
+/// win32/) or by the record of its launch (threads.h here); either may be closed while the event
+/// lives, and the event may go while the thread runs. A handle of anything else never fires.
+class ZEL_EXPORT zelMOEvent : public zelBaseEvent {
+public:
+    /// Requires: `type` is 2.
+    zelMOEvent(void* handle, int type);
+    ~zelMOEvent() override;
+
+    int GetDescriptor() override;
+
+private:
+    void* watched = nullptr;
+    int descriptor = -1;
+};
+
 class ZEL_EXPORT zelEvent {
 public:
     /// Takes the base event over. A null base is an event that never fires.

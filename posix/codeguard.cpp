@@ -1,0 +1,155 @@
+// SPDX-License-Identifier: MIT
+#include "posix/codeguard.h"
+
+#include <array>
+#include <atomic>
+#include <cerrno>
+#include <cstdint>
+#include <cstring>
+
+#include <dlfcn.h>
+#include <link.h>
+#include <sys/auxv.h>
+#include <ucontext.h>
+
+// NOLINTNEXTLINE(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp): the sanitizer's name
+extern "C" void __tsan_init() __attribute__((weak));
+
+namespace posix {
+
+namespace {
+
+struct Place {
+    std::uintptr_t code;   ///< the instruction that comes next
+    std::intptr_t result;  ///< what a system call just before it has given
+    std::uint16_t syscall; ///< the bytes of the instruction that makes a system call
+};
+
+#if defined(__x86_64__)
+constexpr bool isKnown = true;
+Place PlaceOf(const ucontext_t& context) {
+    return {static_cast<std::uintptr_t>(context.uc_mcontext.gregs[REG_RIP]),
+            static_cast<std::intptr_t>(context.uc_mcontext.gregs[REG_RAX]), 0x050F};
+}
+#elif defined(__i386__)
+constexpr bool isKnown = true;
+Place PlaceOf(const ucontext_t& context) {
+    return {static_cast<std::uintptr_t>(context.uc_mcontext.gregs[REG_EIP]),
+            static_cast<std::intptr_t>(context.uc_mcontext.gregs[REG_EAX]), 0x80CD};
+}
+#else
+constexpr bool isKnown = false;
+Place PlaceOf(const ucontext_t&) {
+    return {};
+}
+#endif
+
+struct Range {
+    std::uintptr_t begin;
+    std::uintptr_t end;
+};
+
+/// Written once, before the handler that reads it is installed.
+class GuardedCode {
+public:
+    GuardedCode() {
+        // Asked by name, so that whoever takes the place of the C library's own is found.
+        const char* const names[] = {
+            "malloc", "free", "read", "pthread_mutex_lock", "__tls_get_addr", "___tls_get_addr"};
+        for (const char* name : names)
+            if (void* found = dlsym(RTLD_DEFAULT, name))
+                AddModuleOf(reinterpret_cast<std::uintptr_t>(found));
+        // 32-bit system calls are made from a page that the kernel maps.
+        if (sizeof(void*) == 4)
+            AddModuleOf(static_cast<std::uintptr_t>(getauxval(AT_SYSINFO_EHDR)));
+    }
+
+    [[nodiscard]] bool Holds(std::uintptr_t code) const {
+        for (std::size_t i = 0; i < count; ++i)
+            if (code >= ranges[i].begin && code < ranges[i].end)
+                return true;
+        return false;
+    }
+
+private:
+    struct Search {
+        GuardedCode* found;
+        std::uintptr_t address;
+        bool isFirst; ///< the first module is the program: what it runs is never out of bounds
+    };
+
+    void AddModuleOf(std::uintptr_t address) {
+        Search search{this, address, true};
+        dl_iterate_phdr(&GuardedCode::Visit, &search);
+    }
+
+    static int Visit(dl_phdr_info* module, std::size_t, void* word) {
+        Search& search = *static_cast<Search*>(word);
+        const bool isProgram = search.isFirst;
+        search.isFirst = false;
+        if (isProgram || !Contains(*module, search.address))
+            return 0;
+        for (int i = 0; i < module->dlpi_phnum; ++i) {
+            const auto& segment = module->dlpi_phdr[i];
+            if (segment.p_type == PT_LOAD && (segment.p_flags & PF_X) != 0)
+                search.found->Add(RangeOf(*module, i));
+        }
+        return 1;
+    }
+
+    static Range RangeOf(const dl_phdr_info& module, int segment) {
+        const std::uintptr_t begin = module.dlpi_addr + module.dlpi_phdr[segment].p_vaddr;
+        return {begin, begin + module.dlpi_phdr[segment].p_memsz};
+    }
+
+    static bool Contains(const dl_phdr_info& module, std::uintptr_t address) {
+        for (int i = 0; i < module.dlpi_phnum; ++i) {
+            const Range range = RangeOf(module, i);
+            if (module.dlpi_phdr[i].p_type == PT_LOAD && address >= range.begin &&
+                address < range.end)
+                return true;
+        }
+        return false;
+    }
+
+    void Add(Range range) {
+        if (count < ranges.size() && !Holds(range.begin))
+            ranges[count++] = range;
+    }
+
+    std::array<Range, 8> ranges{};
+    std::size_t count = 0;
+};
+
+std::atomic<const GuardedCode*> guarded{nullptr};
+
+} // namespace
+
+void LearnGuardedCode() {
+    // The thread sanitizer calls handlers later and from code of its own: nothing to be told.
+    if (&__tsan_init != nullptr)
+        return;
+    static const GuardedCode learned;
+    guarded.store(&learned);
+}
+
+bool IsInGuardedCode(const void* context) {
+    const GuardedCode* code = guarded.load();
+    if (!isKnown || code == nullptr)
+        return false;
+    const Place place = PlaceOf(*static_cast<const ucontext_t*>(context));
+    if (!code->Holds(place.code))
+        return false;
+    std::uint16_t before = 0;
+    std::memcpy(&before, reinterpret_cast<const char*>(place.code) - sizeof before, sizeof before);
+    return before != place.syscall || place.result != -EINTR;
+}
+
+bool IsInHandler(const void* context, const sigset_t& usual) {
+    // The kernel's set is the first eight bytes; what lies behind is nobody's.
+    constexpr std::size_t size = 8;
+    return isKnown && guarded.load() != nullptr &&
+           std::memcmp(&static_cast<const ucontext_t*>(context)->uc_sigmask, &usual, size) != 0;
+}
+
+} // namespace posix

@@ -1,0 +1,156 @@
+// SPDX-License-Identifier: MIT
+#include "posix/thread.h"
+
+#include <algorithm>
+#include <climits>
+
+#include "outside/win32/threads.h"
+
+namespace posix {
+
+namespace {
+
+// Of the one kind that a signal handler may read.
+#define PLINTH_HANDLER_SAFE [[gnu::tls_model("initial-exec")]] thread_local constinit
+PLINTH_HANDLER_SAFE Thread* current = nullptr;
+PLINTH_HANDLER_SAFE unsigned int currentId = 0;
+#undef PLINTH_HANDLER_SAFE
+
+int Create(pthread_t& identity, std::size_t stackSize, void* (*entry)(void*), void* argument) {
+    const sys::KeepErrno keep;
+    pthread_attr_t attributes;
+    int failure = pthread_attr_init(&attributes);
+    if (failure != 0)
+        return failure;
+    const auto smallest = static_cast<std::size_t>(PTHREAD_STACK_MIN);
+    if (stackSize != 0)
+        failure = pthread_attr_setstacksize(&attributes, std::max(stackSize, smallest));
+    if (failure == 0)
+        failure = sys::pthread_create(&identity, &attributes, entry, argument);
+    pthread_attr_destroy(&attributes);
+    return failure;
+}
+
+} // namespace
+
+thread_local Thread::EndGuard Thread::endGuard;
+
+Thread::EndGuard::~EndGuard() {
+    if (thread != nullptr)
+        thread->Finish();
+}
+
+Thread* Thread::Launch(std::unique_ptr<Thread> made, std::size_t stackSize) {
+    const int failure =
+        made ? Create(made->identity, stackSize, &Thread::Main, made.get()) : ENOMEM;
+    if (failure != 0) {
+        made.reset();
+        errno = failure;
+    }
+    return made.release();
+}
+
+Thread* Thread::FromHandle(void* handle) {
+    // Null for a word that is odd: a descriptor.
+    if ((reinterpret_cast<std::uintptr_t>(handle) & 1) != 0)
+        return nullptr;
+    return dynamic_cast<Thread*>(static_cast<HandleObject*>(handle));
+}
+
+Thread* Thread::Current() {
+    return current;
+}
+
+unsigned int Thread::CurrentId() {
+    if (currentId == 0)
+        currentId = static_cast<unsigned int>(sys::gettid());
+    return currentId;
+}
+
+void Thread::Drop() {
+    if (holders.fetch_sub(1, std::memory_order_acq_rel) == 1)
+        delete this;
+}
+
+unsigned int Thread::WaitId() {
+    while (id.load() == 0)
+        FutexWait(id, 0, Deadline::Never());
+    return id.load();
+}
+
+bool Thread::WaitEnded(const Deadline& deadline) {
+    for (;;) {
+        std::uint32_t state = ended.load();
+        if (state == 1)
+            return true;
+        if (deadline.HasPassed())
+            return false;
+        if (state == 2 || ended.compare_exchange_strong(state, 2))
+            FutexWait(ended, 2, deadline);
+    }
+}
+
+std::optional<unsigned int> Thread::ExitCode() {
+    // Whoever was woken by the event need not find the end half told.
+    if (endEvent.HasFired())
+        WaitEnded(Deadline::Never());
+    if (ended.load() != 1)
+        return std::nullopt;
+    return exitCode;
+}
+
+/// Tells the end: first to the event, then to all others, so that who knows of it by either way
+/// finds it by both.
+void Thread::Publish() {
+    endEvent.Fire();
+    if (ended.exchange(1) == 2)
+        FutexWakeAll(ended);
+}
+
+/// The last that a thread does here. It detaches itself, unless somebody is stopping it just now
+/// and will join it.
+void Thread::Finish() {
+    phase = Ending;
+    if (reaper.exchange(Gone) == Nobody) {
+        current = nullptr;
+        pthread_detach(pthread_self());
+    } else {
+        order = Taken;
+        FutexWake(order, 1);
+    }
+    Publish();
+    phase = Ended;
+    Drop();
+}
+
+unsigned int Thread::RunUnlessStopped() {
+    struct Leave {
+        std::atomic<int>& phase;
+        ~Leave() { phase = Returned; } // also when the body leaves by pthread_exit
+    };
+    int expected = Starting;
+    if (!phase.compare_exchange_strong(expected, Running))
+        return stopCode;
+    const Leave leave{phase};
+    return Run();
+}
+
+void* Thread::Main(void* word) {
+    Thread* const self = static_cast<Thread*>(word);
+    current = self;
+    endGuard.thread = self;
+    Frame frame;
+    self->id = CurrentId();
+    FutexWake(self->id, 1);
+    self->frame = &frame;
+    UnblockSignal(frame.mask);
+    if (sigsetjmp(frame.entry, 0) == 0) {
+        self->exitCode = self->RunUnlessStopped();
+    } else {
+        pthread_sigmask(SIG_SETMASK, &frame.mask, nullptr);
+        self->exitCode = self->stopCode;
+    }
+    return nullptr;
+}
+
+} // namespace posix

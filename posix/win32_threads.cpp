@@ -1,0 +1,83 @@
+// SPDX-License-Identifier: MIT
+#include "outside/win32/threads.h"
+
+#include <new>
+
+#include "posix/thread.h"
+
+namespace {
+
+class EntryThread final : public posix::Thread {
+public:
+    EntryThread(unsigned int (*called)(void*), void* passed) : entry(called), argument(passed) {}
+
+private:
+    unsigned int Run() override { return entry(argument); }
+
+    unsigned int (*entry)(void*);
+    void* argument;
+};
+
+/// What stands for each thread that was not started here.
+class OtherThread final : public posix::HandleObject {
+public:
+    void ReleaseHandle() override {}
+};
+
+} // namespace
+
+void* _beginthreadex(void* security, unsigned int stackSize, unsigned int (*entry)(void*),
+                     void* argument, unsigned int flags, unsigned int* id) {
+    if (security != nullptr || flags != 0) {
+        errno = EINVAL;
+        return nullptr;
+    }
+    std::unique_ptr<posix::Thread> made(new (std::nothrow) EntryThread(entry, argument));
+    posix::Thread* const thread = posix::Thread::Launch(std::move(made), stackSize);
+    if (thread != nullptr && id != nullptr)
+        *id = thread->WaitId();
+    return static_cast<posix::HandleObject*>(thread);
+}
+
+bool TerminateThread(void* handle, unsigned int exitCode) {
+    const int before = errno;
+    posix::Thread* const thread = posix::Thread::FromHandle(handle);
+    if (thread == nullptr) {
+        errno = EBADF;
+        return false;
+    }
+    const bool isGone = thread->Terminate(exitCode);
+    if (isGone)
+        errno = before;
+    return isGone;
+}
+
+int zelTerminateSignal() {
+    return SIGRTMIN + 11;
+}
+
+void* GetCurrentThread() {
+    static posix::HandleObject* const other = new OtherThread; // for good: threads outlive statics
+    posix::HandleObject* const thread = posix::Thread::Current();
+    return thread != nullptr ? thread : other;
+}
+
+unsigned long GetCurrentThreadId() {
+    return posix::Thread::CurrentId();
+}
+
+unsigned int WaitForSingleObject(void* handle, unsigned int msec) {
+    if (handle == nullptr || (reinterpret_cast<std::uintptr_t>(handle) & 1) != 0) {
+        errno = EBADF;
+        return zelWaitFailed;
+    }
+    const posix::Deadline deadline = msec == zelWaitInfinite
+                                         ? posix::Deadline::Never()
+                                         : posix::Deadline::In(std::chrono::milliseconds(msec));
+    const std::optional<bool> signaled = static_cast<posix::HandleObject*>(handle)->Wait(deadline);
+    if (!signaled) {
+        errno = EBADF;
+        return zelWaitFailed;
+    }
+    return *signaled ? zelWaitSignaled : zelWaitTimeout;
+}
