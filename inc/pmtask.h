@@ -1,0 +1,113 @@
+// SPDX-License-Identifier: MIT
+//
+// Tasks: whatever can be started, killed and asked how it ended.
+//
+// pmTask is that interface and pmExitStatus the record of how a task stands. pmThread runs a task
+// on a thread of this process; pmManageTask can be found again by its thread handle, and
+// pmStrictTask can be watched and never be killed. Child processes are tasks too (execproc.h).
+//
+// An object must outlive its thread: no destructor stops a thread or waits for one. Nothing here
+// takes a lock. A record is written by whoever drives the task, and by its body if the body says
+// how it ended; a reader on another thread has to agree with them.
+//
+// Killing is for threads that will not listen. It unwinds nothing: what the thread held it holds
+// for ever.
+#ifndef PLINTH_PMTASK_H
+#define PLINTH_PMTASK_H
+
+#include "errstatus.h"
+#include "outside/varnholt/events.h"
+#include "outside/zelexport.h"
+#include "prolock.h"
+
+/// The handle that refers to no thread, and the process that is none.
+extern ZEL_EXPORT void* badThreadHandle;
+extern ZEL_EXPORT int badProcHandle;
+
+/// How a task stands. Each setter sets its fields as one; what it does not name becomes false.
+class ZEL_EXPORT pmExitStatus {
+public:
+    pmExitStatus() = default;
+
+    /// Runs: no status yet, and the code is -1.
+    void setAlive();
+    /// Killed: no status, and the code is 0.
+    void setKilled();
+    /// Neither runs nor was killed. The code stays as it is.
+    void setStatus(errstatus newStatus);
+    /// Neither runs nor was killed. The status stays as it is.
+    void setExitCode(long newCode);
+
+    [[nodiscard]] bool IsAlive() const { return alive; }
+    [[nodiscard]] bool IsKilled() const { return killed; }
+    /// The outcome of the last operation on the task. Mind the name: ExitCode is the other one.
+    [[nodiscard]] errstatus GetExitCode() const { return status; }
+    /// The exit code of the task, -1 while there is none.
+    [[nodiscard]] long ExitCode() const { return exitCode; }
+
+private:
+    bool alive = false;
+    bool killed = false;
+    errstatus status = errNone;
+    long exitCode = -1;
+};
+
+class ZEL_EXPORT pmThreadExitStatus : public pmExitStatus {
+public:
+    pmThreadExitStatus() : threadHandle(badThreadHandle) {}
+    void SetThreadHandle(void* handle) { threadHandle = handle; }
+
+private:
+    [[maybe_unused]] void* threadHandle; // for whoever looks at the record in a debugger
+};
+
+class ZEL_EXPORT pmTask {
+public:
+    pmTask() = default;
+    pmTask(const pmTask&) = delete;
+    pmTask& operator=(const pmTask&) = delete;
+    virtual ~pmTask();
+    virtual bool Start() = 0;
+    virtual bool Kill() = 0;
+    virtual pmExitStatus& GetExitStatus() = 0;
+
+    /// Hooks for the programs above: the library calls none of them.
+    virtual void OnSuccessfullStart();
+    virtual void OnFailedStart();
+    virtual bool Unlocked(bool flag);
+};
+
+/// The calling thread's own handle, the one that its task was started with; borrowed.
+ZEL_EXPORT void* GetTaskSelfHandle();
+
+/// A task on a thread of its own. A new object reads as alive before it is started, and its record
+/// does not change when the body returns, unless the body writes it.
+class ZEL_EXPORT pmThread : public pmTask {
+public:
+    pmThread();
+    /// Closes the handle of a task whose record (its own one) no longer says alive.
+    ~pmThread() override;
+
+    /// False, and errThreadStart in the record, when there is no thread to be had.
+    bool Start() override;
+    /// Stops the thread at once, in a busy loop and in a blocked call alike; true if it is gone.
+    /// The record says killed and the handle is given up in either case.
+    bool Kill() override;
+    pmExitStatus& GetExitStatus() override;
+    /// The body of the thread; the result is the thread's exit code, which stays with the system.
+    /// The starter goes on meanwhile, so the handle may not be known here yet.
+    virtual unsigned int ThreadRun() = 0;
+
+protected:
+    [[nodiscard]] void* GetHandle() const { return handle; }
+    /// Ends the thread and gives up its handle: Kill without the record.
+    bool EndThread();
+
+private:
+    static unsigned int ThreadStarter(void* task);
+
+    void* handle;
+    pmThreadExitStatus exitStatus;
+};
+
+#endif

@@ -1,0 +1,83 @@
+// SPDX-License-Identifier: MIT
+//
+// Locks for the programs above: a recursive mutex and a counting semaphore. The library itself
+// takes none of them.
+//
+// Any thread may call any operation; making and destroying is for one thread alone, while nobody
+// uses the object. A thread that is killed takes what it holds along, and nobody gets it back.
+#ifndef PLINTH_PROLOCK_H
+#define PLINTH_PROLOCK_H
+
+#include "outside/win32/locks.h"
+#include "outside/zelexport.h"
+
+/// A recursive mutex that knows its owner, with a try-lock that never waits for the owner.
+///
+/// It differs from std::recursive_mutex in two ways: TryLock also gives way to threads that are
+/// waiting already, and a mutex in storage that is still zero, before its constructor has run,
+/// refuses everything until Initialize makes it usable.
+class ZEL_EXPORT proMutex {
+public:
+    proMutex();
+    proMutex(const proMutex&) = delete;
+    proMutex& operator=(const proMutex&) = delete;
+    ~proMutex();
+
+    /// Makes a mutex in zero-filled storage usable; always true. Requires: nobody holds it.
+    bool Initialize();
+
+    /// Waits until the calling thread owns the mutex, once more if it did already. False only for
+    /// a mutex that is not initialised.
+    bool Lock();
+    /// Like Lock, but false where that would wait: another thread owns the mutex or waits for it,
+    /// or is just about to be done with unlocking it.
+    [[nodiscard]] bool TryLock();
+    /// Takes back one Lock or TryLock. False, and nothing changes, for anyone but the owner.
+    bool Unlock();
+
+private:
+    [[nodiscard]] bool IsCurrentThreadOwner() const;
+    void LockTryHandle();
+    void UnlockTryHandle();
+
+    CRITICAL_SECTION mainHandle; ///< held by the owner for as long as it owns the mutex
+    void* ownerThread;           ///< for whoever looks at the mutex in a debugger
+    int recursion;               ///< how many times the owner holds it
+    bool initialised;
+    unsigned long ownerId;      ///< 0xFFFFFFFF while nobody owns it
+    CRITICAL_SECTION tryHandle; ///< guards `contenders`, and covers all of an acquiring TryLock
+    int contenders;             ///< threads that own the mutex or wait for it
+};
+
+/// A counting semaphore.
+class ZEL_EXPORT proSemaphoreBase {
+public:
+    proSemaphoreBase() = default;
+    proSemaphoreBase(const proSemaphoreBase&) = delete;
+    proSemaphoreBase& operator=(const proSemaphoreBase&) = delete;
+    virtual ~proSemaphoreBase();
+    /// Adds one and lets a waiting thread through; false at the ceiling.
+    virtual bool Increment() = 0;
+    /// Takes one, and waits for it as long as there is none; false on failure.
+    virtual bool Decrement() = 0;
+};
+
+/// A semaphore that is full at birth: its ceiling is the count that it starts with. One of 0 never
+/// lets anybody through.
+class ZEL_EXPORT proSimpleSem : public proSemaphoreBase {
+public:
+    explicit proSimpleSem(unsigned int count);
+    /// Requires: nobody waits.
+    ~proSimpleSem() override;
+
+    bool Increment() override;
+    bool Decrement() override;
+    /// The semaphore of the platform, owned by this object; null if there was none to be had, and
+    /// then both operations are false.
+    [[nodiscard]] void* GetHandle() const { return handle; }
+
+private:
+    void* handle;
+};
+
+#endif
