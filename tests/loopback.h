@@ -14,21 +14,22 @@ namespace loopback {
 
 using Stream = std::unique_ptr<psockStream>;
 
-/// A server of one of the three styles with a function as its handler.
+/// A server of one of the three styles that listens, with a function as its handler.
 template <typename Style>
 class Server : public Style {
 public:
     template <typename... Arguments>
     explicit Server(std::function<bool(Stream)> executed, Arguments&... arguments)
-        : Style(arguments...), execute(std::move(executed)) {}
-
-    bool Execute(psockStream* stream) override { return execute(Stream(stream)); }
-    bool DoIdle() override {
-        ++idle;
-        return Style::DoIdle();
+        : Style(arguments...), execute(std::move(executed)) {
+        this->Initialize(SystemAssigned);
     }
+    bool Execute(psockStream* stream) override { return execute(Stream(stream)); }
+    bool DoIdle() override { return ++idle, Style::DoIdle(); }
     using Style::Wait;
 
+    Stream Client(const char* host = "127.0.0.1") const {
+        return Stream(psockServer::Connect(host, this->GetPort()));
+    }
     int idle = 0;
 
 private:
@@ -37,22 +38,15 @@ private:
 
 /// The two ends of a connection.
 struct Pair {
+    explicit Pair(const char* host = "127.0.0.1") {
+        Server<psockBlockingServer> listener(
+            [this](Stream stream) { return server = std::move(stream), true; });
+        client = listener.Client(host);
+        if (client)
+            listener.Run();
+    }
     Stream client, server;
 };
-
-inline Pair Connected(const char* host = "127.0.0.1") {
-    Pair pair;
-    Server<psockBlockingServer> server([&](Stream stream) {
-        pair.server = std::move(stream);
-        return true;
-    });
-    if (server.Initialize(SystemAssigned)) {
-        pair.client.reset(psockServer::Connect(host, server.GetPort()));
-        if (pair.client)
-            server.Run();
-    }
-    return pair;
-}
 
 } // namespace loopback
 

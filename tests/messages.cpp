@@ -3,8 +3,6 @@
 
 #include <algorithm>
 #include <array>
-#include <cstring>
-#include <memory>
 #include <string>
 #include <thread>
 
@@ -23,10 +21,9 @@ public:
     }
     std::string Text() const { return {GetDataPtr(), GetSize()}; }
     char* ReallocElems(char* elems, unsigned int used, unsigned int count) const override {
-        largest = std::max(largest, count);
+        EXPECT_LE(count, used + 65536) << "memory ahead of what has arrived";
         return dsXArray<char>::ReallocElems(elems, used, count);
     }
-    mutable unsigned int largest = 0;
 };
 
 /// The bytes of a message, by another road than the library's.
@@ -38,10 +35,12 @@ std::string Framed(const std::string& payload) {
 }
 
 std::string Bytes(std::size_t count) {
-    std::string text;
-    for (std::size_t i = 0; i < count; ++i)
-        text += static_cast<char>(i * 131 >> 3);
-    return text;
+    std::string pattern, text;
+    for (int i = 0; i < 4099; ++i) // no multiple of a chunk
+        pattern += static_cast<char>(i * 131 >> 3);
+    while (text.size() < count)
+        text += pattern;
+    return text.substr(0, count);
 }
 
 TEST(Messages, ComeThroughWholeHoweverTheyAreCut) {
@@ -70,42 +69,38 @@ TEST(Messages, ComeThroughWholeHoweverTheyAreCut) {
 
 TEST(Messages, EveryTruncationIsAnEnd) {
     const std::string whole = Framed("0123456789");
-    for (std::size_t kept = 0; kept < whole.size(); ++kept) {
-        for (const int result : {-1, 0}) {
-            for (const errstatus recorded : {errOK, errReset}) {
-                SCOPED_TRACE(testing::Message() << kept << " " << result << " " << recorded);
-                Scripted in(whole.substr(0, kept));
-                in.endResult = result;
-                in.end = recorded;
-                Array message;
-                EXPECT_EQ(Read(in, message),
-                          result == 0 && recorded != errOK ? recorded : errSocketRead);
-                EXPECT_EQ(message.Text(), kept > 4 ? whole.substr(4, kept - 4) : "");
-                const int calls = in.calls;
-                if (recorded != errOK) {
-                    EXPECT_EQ(Read(in, message), recorded);
-                    EXPECT_EQ(Write(in, message), recorded);
-                    EXPECT_EQ(in.calls, calls) << "a stream in error is left alone";
-                }
-            }
+    for (std::size_t kept = 0; kept < whole.size() * 4; ++kept) {
+        SCOPED_TRACE(kept);
+        Scripted in(whole.substr(0, kept / 4));
+        in.endResult = kept % 2 == 0 ? -1 : 0;
+        in.end = kept % 4 < 2 ? errOK : errReset;
+        Array message;
+        EXPECT_EQ(Read(in, message), kept % 4 == 3 ? errReset : errSocketRead);
+        EXPECT_EQ(message.Text(), whole.substr(0, kept / 4).erase(0, 4));
+        if (in.end == errReset) {
+            const int calls = in.calls;
+            EXPECT_EQ(Read(in, message), errReset);
+            EXPECT_EQ(Write(in, message), errReset);
+            EXPECT_EQ(in.calls, calls) << "a stream in error is left alone";
         }
     }
 }
 
 TEST(Messages, NoPrefixIsBelieved) {
-    for (const char* prefix : {"\x7F\xFF\xFF\xFF", "\0\1\0\0"}) {
-        Scripted in(std::string(prefix, 4) + Bytes(5000));
+    const struct {
+        const char* prefix;
+        bool claimsTooMuch;
+    } rows[] = {{"\x7F\xFF\xFF\xFF", true},
+                {"\0\1\0\0", true},
+                {"\0\0\0\0", false},
+                {"\xFF\xFF\xFF\xFF", false},
+                {"\x80\0\0\0", false}};
+    for (const auto& row : rows) {
+        Scripted in(std::string(row.prefix, 4) + Bytes(5000));
         Array message("kept");
-        EXPECT_EQ(Read(in, message), errSocketRead);
-        EXPECT_EQ(message.Text(), "kept" + Bytes(5000));
-        EXPECT_LE(message.largest, 65536U);
-    }
-    for (const char* prefix : {"\0\0\0\0", "\xFF\xFF\xFF\xFF", "\x80\0\0\0"}) {
-        Scripted in(std::string(prefix, 4) + "next");
-        Array message("kept");
-        EXPECT_EQ(Read(in, message), errOK);
-        EXPECT_EQ(message.Text(), "kept");
-        EXPECT_EQ(in.Rest(), "next");
+        EXPECT_EQ(Read(in, message), row.claimsTooMuch ? errSocketRead : errOK);
+        EXPECT_EQ(message.Text() + in.Rest(), "kept" + Bytes(5000));
+        EXPECT_EQ(in.Rest().empty(), row.claimsTooMuch);
     }
 }
 
@@ -113,13 +108,12 @@ TEST(Messages, BlocksOfKnownLength) {
     for (const std::size_t step : std::array<std::size_t, 3>{1, 3, 100}) {
         Scripted stream("0123456789", step);
         char block[20];
-        int length = 7;
-        EXPECT_EQ(Read(stream, block, length), errOK);
-        EXPECT_EQ(std::string(block, 7) + std::to_string(length), "01234567");
-        length = 7;
-        EXPECT_EQ(Read(stream, block, length), errSocketRead);
-        EXPECT_EQ(std::string(block, 3) + std::to_string(length), "7893");
-        EXPECT_EQ(ReadFromSocket(stream, block, 1), -1);
+        const auto read = [&](int length) {
+            const errstatus status = Read(stream, block, length);
+            return std::string(block, static_cast<std::size_t>(length)) + errName(status);
+        };
+        EXPECT_EQ(read(7), "0123456errOK");
+        EXPECT_EQ(read(7), "789errSocketRead");
         stream.endResult = 0;
         EXPECT_EQ(ReadFromSocket(stream, block, 1), -1);
         stream.room = 5;
@@ -128,12 +122,9 @@ TEST(Messages, BlocksOfKnownLength) {
         EXPECT_EQ(WriteToSocket(stream, "x", 1), 0);
         stream.end = errIO;
         EXPECT_EQ(Write(stream, "x", 1), errIO);
-        length = 7;
-        EXPECT_EQ(Read(stream, block, length), errIO);
-        EXPECT_EQ(length, 0);
         const int calls = stream.calls;
-        length = 0;
-        EXPECT_EQ(Read(stream, block, length), errIO);
+        EXPECT_EQ(read(7), "errIO");
+        EXPECT_EQ(read(0), "errIO");
         stream.error = errOK;
         EXPECT_EQ(Write(stream, block, 0), errOK);
         EXPECT_EQ(stream.calls, calls);
@@ -147,7 +138,7 @@ public:
         pair.client.reset();
         runs.join();
     }
-    loopback::Pair pair = loopback::Connected();
+    loopback::Pair pair;
     psockStream& client = *pair.client;
 
 private:
@@ -159,38 +150,31 @@ private:
     }};
 };
 
-TEST(Messages, SixtyFourMegabytesUnderSignals) {
+TEST(Messages, LargeOnesUnderSignalsAndThousandsOfSmallOnes) {
     Echo echo;
-    const support::SignalStorm storm;
-    Array sent, back;
-    sent.Resize(64 << 20);
-    for (unsigned int i = 0; i < sent.GetSize(); i += 997)
-        sent[i] = static_cast<char>(i);
-    ASSERT_EQ(Write(echo.client, sent), errOK);
-    ASSERT_EQ(Read(echo.client, back), errOK);
-    ASSERT_EQ(back.GetSize(), sent.GetSize());
-    EXPECT_EQ(std::memcmp(back.GetDataPtr(), sent.GetDataPtr(), sent.GetSize()), 0);
-}
-
-TEST(Messages, NoRoundTripWaitsForAnAcknowledgement) {
-    Echo echo;
-    Array sent(std::string(64, 'x')), back;
-    const auto thousandTrips = [&] {
-        for (int i = 0; i < 1000; ++i) {
-            ASSERT_EQ(Write(echo.client, sent), errOK);
+    const auto expectTrips = [&](int count, const std::string& text) {
+        Array sent(text), back;
+        for (int i = 0; i < count; ++i) {
             back.Clear();
+            ASSERT_EQ(Write(echo.client, sent), errOK);
             ASSERT_EQ(Read(echo.client, back), errOK);
         }
+        EXPECT_TRUE(back.Text() == text);
     };
+    {
+        const support::SignalStorm storm;
+        expectTrips(1, Bytes(64 << 20));
+    }
+    // None waits for an acknowledgement, which would take 40 ms. The best of a few tries counts:
+    // the host may have much else to do.
     long long best = 1000;
-    for (int tries = 0; best >= 1000 && tries < 5; ++tries) // the host may have much else to do
-        best = support::MillisecondsOf(thousandTrips);
+    for (int tries = 0; best >= 1000 && tries < 5; ++tries)
+        best = support::MillisecondsOf([&] { expectTrips(1000, std::string(64, 'x')); });
     EXPECT_LT(best, 1000);
-    EXPECT_EQ(back.Text(), sent.Text());
 }
 
 TEST(Messages, APeerThatNeverReadsHoldsTheWriterUntilItGoes) {
-    loopback::Pair pair = loopback::Connected();
+    loopback::Pair pair;
     std::thread writer([&] {
         Array large(Bytes(1 << 20));
         while (Write(*pair.client, large) == errOK)

@@ -18,7 +18,6 @@ class Hooked : public zelIOStreamBuf {
 public:
     Hooked(int size, char* buffer)
         : zelStreamBufferSize(size), zelStreamBufferBase(buffer), zelIOStreamBuf(size, buffer) {}
-    using zelOStreamBuf::flush;
 
     std::string incoming, sent, calls;
     int limit = 100;
@@ -41,64 +40,54 @@ private:
 
 TEST(StreamBuffers, CallTheirHooksForWholeAreas) {
     char given[9];
-    struct {
+    const struct {
         char* buffer;
         int size;
         const char* calls;
-    } const rows[] = {{nullptr, 4, "w4 w4 w2 r4 w1 r4 r4 "}, {given, 9, "w5 w5 r4 w1 r4 r4 "}};
+    } rows[] = {{nullptr, 4, "w4 w4 w2 r4 w1 r4 r4 "}, {given, 9, "w5 w5 r4 w1 r4 r4 "}};
     for (const auto& row : rows) {
         Hooked buffer(row.size, row.buffer);
-        buffer.incoming = "abcdefgh";
+        buffer.incoming = "abcdefg";
         std::iostream stream(&buffer);
         stream << "0123456789" << std::flush;
-        std::string text(4, ' ');
         EXPECT_EQ(buffer.in_avail(), 0);
         EXPECT_EQ(stream.get(), 'a');
         EXPECT_EQ(buffer.in_avail(), 3);
         stream << '!'; // goes out before the next read that has to wait
-        stream.read(text.data(), 4);
-        EXPECT_EQ(text, "bcde");
-        EXPECT_EQ(stream.get() + stream.get() + stream.get(), 'f' + 'g' + 'h');
-        EXPECT_EQ(stream.get(), EOF);
-        EXPECT_EQ(buffer.sent, "0123456789!");
+        std::string rest;
+        stream >> rest;
+        EXPECT_TRUE(stream.eof());
+        EXPECT_EQ(rest + buffer.sent, "bcdefg0123456789!");
         EXPECT_EQ(buffer.calls, row.calls);
         EXPECT_EQ(buffer.SetBufferSize(2), row.buffer == nullptr);
     }
 }
 
-TEST(StreamBuffers, ChangeTheirSizeWithoutLosingAByte) {
+TEST(StreamBuffers, LoseNoByteWhenTheirSizeChangesOrAHookFails) {
     Hooked buffer(4, nullptr);
     buffer.incoming = "abcdefghi";
     std::iostream stream(&buffer);
     EXPECT_FALSE(buffer.SetBufferSize(0));
-    stream << "123";
     EXPECT_EQ(stream.get(), 'a');
-    stream << "456";
+    stream << "123";
     EXPECT_TRUE(buffer.SetBufferSize(2));
-    EXPECT_EQ(buffer.sent, "123456");
     std::string rest;
     stream >> rest;
-    EXPECT_EQ(rest, "bcdefghi");
+    EXPECT_EQ(rest + buffer.sent, "bcdefghi123");
     stream.clear();
-
-    // What a hook does not take is kept and told, and does not go round in circles.
     buffer.limit = 1;
-    stream << "78" << std::flush;
-    EXPECT_TRUE(stream.good());
+    EXPECT_TRUE(stream << "78" << std::flush);
     buffer.limit = 0;
-    stream << "9" << std::flush;
-    EXPECT_TRUE(stream.bad());
+    EXPECT_FALSE(stream << "9" << std::flush);
     EXPECT_FALSE(buffer.SetBufferSize(8));
     buffer.limit = 100;
-    EXPECT_EQ(buffer.flush(), 0);
-    EXPECT_EQ(buffer.sent, "123456789");
-
-    zelStreamBufferSize size(7);
-    EXPECT_TRUE(size.SetBufferSize(-1)) << "the base only stores it";
+    EXPECT_EQ(buffer.pubsync(), 0);
+    EXPECT_EQ(buffer.sent, "123789");
+    EXPECT_TRUE(zelStreamBufferSize(7).SetBufferSize(-1)) << "the base only stores it";
 }
 
 TEST(SocketStreams, CarryStandardStreamCode) {
-    loopback::Pair pair = loopback::Connected();
+    loopback::Pair pair;
     std::thread answers([&] {
         ioSockStream stream(*pair.server);
         for (std::string line; std::getline(stream, line);)
@@ -106,36 +95,29 @@ TEST(SocketStreams, CarryStandardStreamCode) {
     });
     {
         ioSockStream stream(*pair.client);
-        std::size_t size = 0;
         std::string back;
-        for (const std::size_t length :
-             std::array<std::size_t, 6>{0, 1, 4095, 4096, 4097, 100000}) {
+        for (const std::size_t length : std::array<std::size_t, 4>{0, 4095, 4096, 1000000}) {
             const std::string line(length, 'x');
             stream << line << '\n'; // no flush
-            stream >> size;
-            stream.get();
             std::getline(stream, back);
-            EXPECT_EQ(size, length);
-            EXPECT_EQ(back, line);
+            EXPECT_TRUE(back == std::to_string(length) + " " + line) << length;
         }
         stream << "last\n";
     }
-    char answer[7];
+    char answer[] = "       ";
     EXPECT_EQ(pair.client->Read(answer, 7, false), 7) << "the stream is gone, the socket is not";
-    EXPECT_EQ(std::string(answer, 7), "4 last\n");
+    EXPECT_STREQ(answer, "4 last\n");
     pair.client->CloseSocket();
     answers.join();
 }
 
 TEST(SocketStreams, KeepToTheirDirection) {
-    loopback::Pair pair = loopback::Connected();
+    loopback::Pair pair;
     ISockSBuf in(*pair.client);
-    EXPECT_EQ(in.sputc('x'), EOF);
     {
         OSockSBuf out(*pair.server);
-        EXPECT_EQ(out.sgetc(), EOF);
         EXPECT_EQ(out.sputn("tail", 4), 4);
-        EXPECT_EQ(pair.client->Exception(), false);
+        EXPECT_EQ(in.sputc('x') + out.sgetc(), EOF + EOF);
     }
     fd_set set;
     EXPECT_EQ(pair.client->SelectWait(&set, nullptr, nullptr, nullptr), 1);
@@ -148,16 +130,11 @@ TEST(SocketStreams, KeepToTheirDirection) {
     EXPECT_EQ(in.sgetc(), EOF);
     EXPECT_EQ(pair.client->getErr(), errOK);
 
-    auto* first = new IOSockSBuf(*pair.client);
-    {
-        ioSockStream stream(*pair.client);
-        delete stream.rdbuf(first);
-    }
-    std::iostream lost(new OSockSBuf(*pair.client));
+    ioSockStream lost(*pair.client);
+    delete lost.rdbuf(new OSockSBuf(*pair.client)); // the stream deletes what it has in the end
     while (lost << "to nobody" << std::flush)
         ;
     EXPECT_NE(pair.client->getErr(), errOK);
-    delete lost.rdbuf();
 }
 
 } // namespace
