@@ -11,6 +11,7 @@
 #include "tests/loopback.h"
 #include "tests/scripted.h"
 #include "tests/support.h"
+#include "tests/vectors.h"
 
 namespace {
 
@@ -44,6 +45,8 @@ std::string Bytes(std::size_t count) {
 }
 
 TEST(Messages, ComeThroughWholeHoweverTheyAreCut) {
+    for (const auto& [payload, bytes] : support::Vectors("message"))
+        EXPECT_EQ(Framed(support::FromHex(payload)), support::FromHex(bytes));
     const std::string payloads[] = {"", "0123456789", Bytes(10000)};
     for (const std::size_t step : std::array<std::size_t, 7>{1, 2, 3, 5, 4095, 4097, 1 << 20}) {
         SCOPED_TRACE(step);
