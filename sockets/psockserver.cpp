@@ -183,7 +183,7 @@ psockServer::SockWaitRC psockServer::Wait(int msec) {
     timeval wait{0, 0};
     if (msec != -1) {
         wait.tv_sec = msec / 1000;
-        wait.tv_usec = msec % 1000 * 1000;
+        wait.tv_usec = 1000L * (msec % 1000);
     }
     switch (fds_select(socket, &set, nullptr, nullptr, msec == -1 ? nullptr : &wait)) {
     case 1:
