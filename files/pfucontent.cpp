@@ -53,7 +53,7 @@ errstatus pfuFS::pfuCalcCheckSumByPath(const char* path, unsigned int& checksum)
     unsigned int count = 0;
     unsigned char sum = 0, parity = 0;
     for (;;) {
-        unsigned char block[2 * blockSize];
+        alignas(64) unsigned char block[2 * blockSize];
         unsigned int got;
         if (!ReadFile(file.Get(), block, sizeof block, &got, nullptr))
             return errFailed;

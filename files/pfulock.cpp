@@ -29,20 +29,20 @@ bool MayPass(errstatus reason) {
 class pfuFileLockImpl : public pfuFileLock {
 public:
     explicit pfuFileLockImpl(const pfuDirPath& named) : path(named) {}
-    ~pfuFileLockImpl() override { static_cast<void>(LetGo()); }
+    ~pfuFileLockImpl() override { LetGo(IsHeld()); }
 
     errstatus Lock() override;
     errstatus Release() override;
 
 private:
     void* Open();
-    bool IsHeld() const { return handle != none && owner == GetCurrentProcessId(); }
-    errstatus LetGo();
+    bool IsHeld() const { return handle != None() && owner == GetCurrentProcessId(); }
+    errstatus LetGo(bool unlock);
 
-    static inline void* const none = zelHandleOfDescriptor(-1);
+    static void* None() { return zelHandleOfDescriptor(-1); }
 
     pfuOSPath path;
-    void* handle = none;
+    void* handle = None();
     unsigned int owner = 0; ///< the process that locked
 };
 
@@ -55,8 +55,8 @@ void* pfuFileLockImpl::Open() {
 errstatus pfuFileLockImpl::Lock() {
     if (IsHeld())
         return errOK;
-    static_cast<void>(LetGo());
-    while ((handle = Open()) == none) {
+    LetGo(false);
+    while ((handle = Open()) == None()) {
         const errstatus reason = errMapError();
         if (!MayPass(reason))
             return reason;
@@ -68,24 +68,23 @@ errstatus pfuFileLockImpl::Lock() {
 
 errstatus pfuFileLockImpl::Release() {
     if (!IsHeld()) {
-        static_cast<void>(LetGo());
+        LetGo(false);
         handle = Open();
-        if (handle == none)
+        if (handle == None())
             return errMapError();
-        owner = GetCurrentProcessId();
     }
-    return LetGo();
+    return LetGo(true);
 }
 
-/// Closes what is open. Closing would be enough if no forked process had the opening as well; in
-/// such a process, it is the other's to unlock.
-errstatus pfuFileLockImpl::LetGo() {
-    if (handle == none)
+/// Closes what is open. That would be enough if no forked process had the opening as well; in such
+/// a process, it is not its own to unlock.
+errstatus pfuFileLockImpl::LetGo(bool unlock) {
+    if (handle == None())
         return errOK;
-    if (IsHeld())
+    if (unlock)
         UnlockFile(handle);
     const bool closed = CloseHandle(handle);
-    handle = none;
+    handle = None();
     return closed ? errOK : errMapError();
 }
 
