@@ -5,7 +5,6 @@
 #ifndef PLINTH_BDT_TRANSFER_H
 #define PLINTH_BDT_TRANSFER_H
 
-#include <bit>
 #include <cstdint>
 #include <cstring>
 #include <limits>
@@ -54,7 +53,10 @@ inline bool TakeNumber(bdtStream& stream, bool swaps, Number& number) {
     std::conditional_t<sizeof(Number) == 4, std::uint32_t, std::uint64_t> word;
     if (Take(stream, reinterpret_cast<char*>(&word), sizeof word) != sizeof word) [[unlikely]]
         return false;
-    number = std::bit_cast<Number>(swaps ? Swapped(word) : word);
+    if (swaps)
+        word = Swapped(word);
+    // Byte by byte: on its way through a register a float could lose its bits.
+    std::memcpy(&number, &word, sizeof number);
     return true;
 }
 
