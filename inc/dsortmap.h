@@ -56,7 +56,7 @@ public:
     dsBaseIter<T>* Reproduce() override {
         std::unique_ptr<dsBaseIter<dsSortedMapEntry<T, K>>> copy(inner->Reproduce());
         auto* same = new dsSortedMapIter(copy.get());
-        copy.release();
+        static_cast<void>(copy.release());
         return same;
     }
     void SetAtFirst() override { inner->SetAtFirst(); }
@@ -235,7 +235,7 @@ template <typename A, typename T, typename K>
 dsBaseIter<T>* dsBaseSortedMap<A, T, K>::GetIter() const {
     std::unique_ptr<dsBaseIter<dsSortedMapEntry<T, K>>> walked(entries.GetIter());
     auto* iter = new dsSortedMapIter<T, K>(walked.get());
-    walked.release();
+    static_cast<void>(walked.release());
     return iter;
 }
 
