@@ -38,5 +38,7 @@ write_basic_package_version_file(${PROJECT_BINARY_DIR}/plinthConfigVersion.cmake
 install(FILES ${PROJECT_BINARY_DIR}/plinthConfig.cmake ${PROJECT_BINARY_DIR}/plinthConfigVersion.cmake
   DESTINATION ${package_folder})
 
+set(pc_folder ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+file(RELATIVE_PATH pc_to_prefix /${pc_folder} /)
 configure_file(${CMAKE_CURRENT_LIST_DIR}/plinth.pc.in ${PROJECT_BINARY_DIR}/plinth.pc @ONLY)
-install(FILES ${PROJECT_BINARY_DIR}/plinth.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+install(FILES ${PROJECT_BINARY_DIR}/plinth.pc DESTINATION ${pc_folder})
