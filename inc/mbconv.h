@@ -3,8 +3,8 @@
 // Conversions of text: between native and neutral, and to and from quoted C style.
 //
 // Native text is multibyte text in the encoding of the calling thread's locale. Neutral text is
-// the same on every host: UTF-8 (RFC 3629). Both end in a NUL and hold none inside. What the
-// neutral functions do, any thread may do at any time; nothing is kept between calls.
+// the same on every host: UTF-8 (RFC 3629). Both end in a NUL and hold none inside. The functions
+// keep no state and may be called from any thread.
 //
 // Every text that a function returns is a block from `operator new`, and the caller's: it goes
 // back through `operator delete`, not through `delete[]` or free. A null result owns nothing; it

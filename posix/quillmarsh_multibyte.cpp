@@ -150,6 +150,16 @@ int zel_mblen(const char* text, std::size_t limit) {
 int zel_mbtowc(wchar_t* target, const char* text, std::size_t limit) {
     if (text == nullptr)
         return 0; // no state is kept that could be asked for
+    const Encoding encoding = NativeEncoding();
+    const bool isAscii = limit > 0 && (*text & 0x80) == 0 && encoding != Encoding::Other;
+    if (isAscii || (limit >= 4 && encoding == Encoding::Utf8)) {
+        wchar_t wide;
+        if (const int bytes = utf8::Decode(text, wide)) {
+            if (target != nullptr)
+                *target = wide;
+            return wide == 0 ? 0 : bytes;
+        }
+    }
     std::mbstate_t state{};
     const std::size_t bytes = std::mbrtowc(target, text, limit, &state);
     // Both "invalid" and "incomplete" are huge.
@@ -159,6 +169,12 @@ int zel_mbtowc(wchar_t* target, const char* text, std::size_t limit) {
 int zel_wctomb(char* target, wchar_t wide) {
     if (target == nullptr)
         return 0;
+    const int bytes = utf8::EncodedSize(wide);
+    const Encoding encoding = bytes != 0 ? NativeEncoding() : Encoding::Other;
+    if (encoding == Encoding::Utf8 || (encoding == Encoding::Ascii && bytes == 1)) {
+        utf8::Encode(target, wide, bytes);
+        return bytes;
+    }
     std::mbstate_t state{};
     return static_cast<int>(std::wcrtomb(target, wide, &state));
 }
