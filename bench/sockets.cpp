@@ -179,8 +179,8 @@ void Connections(benchmark::State& state) {
         state.SkipWithError("the server grows");
 }
 
-BENCHMARK(RivalSendRecv)->Arg(64)->Arg(4096)->Arg(1 << 20)->UseRealTime();
-BENCHMARK(Messages)->Arg(64)->Arg(4096)->Arg(1 << 20)->UseRealTime();
-BENCHMARK(Connections)->UseRealTime();
+BENCHMARK(RivalSendRecv)->Arg(64)->Arg(4096)->Arg(1 << 20)->MeasureProcessCPUTime()->UseRealTime();
+BENCHMARK(Messages)->Arg(64)->Arg(4096)->Arg(1 << 20)->MeasureProcessCPUTime()->UseRealTime();
+BENCHMARK(Connections)->MeasureProcessCPUTime()->UseRealTime();
 
 } // namespace

@@ -17,7 +17,11 @@
 namespace {
 
 constexpr int lineCount = 100000;
-const std::string text = "a line of text as programs send it to each other, 64 bytes long";
+
+/// A line that takes as many bytes as the case says, with its end.
+std::string Line(const benchmark::State& state) {
+    return std::string(static_cast<std::size_t>(state.range(0)) - 1, 'x');
+}
 
 /// The two ends of a connection.
 class Ends : public psockBlockingServer {
@@ -36,6 +40,7 @@ public:
 
 void SockStream(benchmark::State& state) {
     Ends ends;
+    const std::string text = Line(state);
     ioSockStream in(*ends.server);
     for (auto _ : state) {
         std::thread sender([&] {
@@ -116,6 +121,7 @@ private:
 
 void RivalSendRecv(benchmark::State& state) {
     Ends ends;
+    const std::string text = Line(state);
     PlainReader in(static_cast<int>(ends.server->getSock()));
     for (auto _ : state) {
         std::thread sender([&] {
@@ -135,7 +141,17 @@ void RivalSendRecv(benchmark::State& state) {
     state.SetItemsProcessed(state.iterations() * lineCount);
 }
 
-BENCHMARK(RivalSendRecv)->UseRealTime()->Unit(benchmark::kMillisecond);
-BENCHMARK(SockStream)->UseRealTime()->Unit(benchmark::kMillisecond);
+BENCHMARK(RivalSendRecv)
+    ->Arg(64)
+    ->Arg(256)
+    ->MeasureProcessCPUTime()
+    ->UseRealTime()
+    ->Unit(benchmark::kMillisecond);
+BENCHMARK(SockStream)
+    ->Arg(64)
+    ->Arg(256)
+    ->MeasureProcessCPUTime()
+    ->UseRealTime()
+    ->Unit(benchmark::kMillisecond);
 
 } // namespace

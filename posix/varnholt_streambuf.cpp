@@ -115,10 +115,11 @@ int zelOStreamBuf::overflow(int character) {
 }
 
 std::streamsize zelOStreamBuf::xsputn(const char* data, std::streamsize count) {
-    if (count == 0 || count > epptr() - pptr())
+    char* const end = pptr();
+    if (count == 0 || count > epptr() - end) // 0 may come before there is an area
         return std::streambuf::xsputn(data, count);
-    std::memcpy(pptr(), data, static_cast<std::size_t>(count));
     pbump(static_cast<int>(count));
+    std::memcpy(end, data, static_cast<std::size_t>(count));
     return count;
 }
 
