@@ -82,7 +82,7 @@ errstatus memStream::Seek(long offset, int origin) {
     long long target = 0;
     if (origin >= 0 && origin <= 2) {
         // No offset that an int cannot hold leads to a place that it can.
-        if (offset < INT_MIN || offset > INT_MAX)
+        if (static_cast<int>(offset) != offset)
             return errOutOfRange;
         if (origin == 0)
             target = offset;
