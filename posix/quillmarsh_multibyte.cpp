@@ -45,9 +45,9 @@ Encoding NativeEncoding() {
 }
 
 bool IsAscii(const char* text, const char* end) {
-    constexpr int words = 4;
-    for (; end - text >= words * utf8::wordSize; text += words * utf8::wordSize) {
-        std::uint64_t block[words];
+    std::uint64_t block[4];
+    constexpr std::ptrdiff_t blockSize = sizeof block;
+    for (; end - text >= blockSize; text += blockSize) {
         std::memcpy(block, text, sizeof block);
         if (((block[0] | block[1] | block[2] | block[3]) & utf8::highBits) != 0)
             return false;

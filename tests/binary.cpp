@@ -306,9 +306,9 @@ TEST(BinaryBase, SwapsFromTheFirstObjectOn) {
     EXPECT_EQ(bdtBase::IsByteOrderOK(), bigHost);
     bdtBase::Swap8(word);
     EXPECT_STREQ(word, "87654321") << "without a probe, on any host";
-    std::vector<std::thread> threads;
-    for (int i = 0; i < 4; ++i)
-        threads.emplace_back([] { EXPECT_EQ(Written([](auto& out) { out << 1; }, 1)[3], '\1'); });
+    std::thread threads[4];
+    for (std::thread& thread : threads)
+        thread = std::thread([] { EXPECT_EQ(Written([](auto& o) { o << 1; }, 1)[3], '\1'); });
     for (std::thread& thread : threads)
         thread.join();
     bdtBase::Swap4(word);

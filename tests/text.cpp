@@ -171,7 +171,7 @@ TEST(NeutralText, ConvertsBlocksOfPieces) {
         testing::internal::CaptureStdout();
         char* neutral = mbxNativeToNeut(block.data(), length);
         const std::string said = testing::internal::GetCapturedStdout();
-        const std::string bytes = neutral != nullptr ? std::string(neutral, size) : said;
+        std::string bytes = neutral != nullptr ? std::string(neutral, size) : said;
         operator delete(neutral);
         return bytes;
     };
