@@ -2,7 +2,8 @@
 //
 // lines_client PORT [FILE]: sends each line of a text file (README.md by default) to the server on
 // this host and checks each answer. The status is 1 if any answer was wrong or missing. A line that
-// cannot be sent as text, because it is none in the user's locale or holds a NUL, is named.
+// cannot be sent as text, because it is none in the user's locale, holds a NUL or is longer than
+// 128 MiB, is named.
 #include <chrono>
 #include <climits>
 #include <clocale>
@@ -33,9 +34,10 @@ public:
         Request request;
         Answer expected;
         Describe(line.c_str(), expected);
+        // The quoted form may be several times as long, and an answer has less than 2 GiB.
         if (line.size() > INT_MAX / 16 || line.find('\0') != std::string::npos ||
             *expected.quoted == '\0') {
-            std::cout << "line " << lines << ": no text in this locale, not sent\n";
+            std::cout << "line " << lines << ": cannot be sent as text\n";
             ++unsent;
             return true;
         }
@@ -114,6 +116,8 @@ int main(int argc, char** argv) {
             shown = Clock::now();
         }
     }
+    if (file.bad())
+        std::cerr << "cannot read all of " << path << '\n';
     const bool right = client.Report();
     return going && right && !file.bad() ? EXIT_SUCCESS : EXIT_FAILURE;
 }

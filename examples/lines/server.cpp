@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: MIT
 //
-// lines_server [PORT]: answers lines of text until it gets SIGINT or SIGTERM. Without a port the
-// system chooses one; the first line of output tells which.
+// lines_server [PORT]: answers lines of text until it gets SIGINT or SIGTERM, which it looks for
+// while it has no client. Without a port the system chooses one; the first line of output tells
+// which.
 #include <clocale>
 #include <csignal>
 #include <cstdlib>
