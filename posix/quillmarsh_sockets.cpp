@@ -37,6 +37,16 @@ int FinishConnect(int socket) {
     return -1;
 }
 
+/// The bytes that `call`, a send or receive of up to `length` bytes, moves.
+template <typename Call>
+int Transfer(int length, Call call) {
+    if (length < 0) {
+        errno = EINVAL;
+        return -1;
+    }
+    return static_cast<int>(sys::retry([=] { return call(static_cast<size_t>(length)); }));
+}
+
 } // namespace
 
 int zel_socket(int family, int type, int protocol) {
@@ -72,13 +82,8 @@ int zel_listen(int socket, int backlog) {
 }
 
 int zel_accept(int socket, sockaddr* address, socklen_t* length) {
-    const int accepted =
-        sys::retry([=] { return sys::accept4(socket, address, length, SOCK_CLOEXEC); });
-    if (accepted >= 0) {
-        const sys::KeepErrno keep; // a connection of another protocol knows no such option
-        SetNumber(accepted, IPPROTO_TCP, TCP_NODELAY, 1);
-    }
-    return accepted;
+    // A connection inherits TCP_NODELAY from its listener.
+    return sys::retry([=] { return sys::accept4(socket, address, length, SOCK_CLOEXEC); });
 }
 
 int zel_setsockopt(int socket, int level, int name, const void* value, socklen_t size) {
@@ -96,25 +101,16 @@ int zel_getpeername(int socket, sockaddr* address, socklen_t* length) {
 }
 
 int zel_send(int socket, const void* data, int length, int flag) {
-    if (length < 0) {
-        errno = EINVAL;
-        return -1;
-    }
-    const auto size = static_cast<size_t>(length);
-    return static_cast<int>(
-        sys::retry([=] { return sys::send(socket, data, size, flag | MSG_NOSIGNAL); }));
+    return Transfer(
+        length, [=](size_t size) { return sys::send(socket, data, size, flag | MSG_NOSIGNAL); });
 }
 
 int zel_recv(int socket, void* data, int length, int flag) {
-    if (length < 0) {
-        errno = EINVAL;
-        return -1;
-    }
-    const auto size = static_cast<size_t>(length);
-    const auto received = sys::retry([=] { return sys::recv(socket, data, size, flag); });
+    const int received =
+        Transfer(length, [=](size_t size) { return sys::recv(socket, data, size, flag); });
     if (received == 0)
         errno = 0;
-    return static_cast<int>(received);
+    return received;
 }
 
 int zel_closesocket(int socket) {
