@@ -18,12 +18,6 @@ const int SystemAssigned = 0;
 
 namespace {
 
-constexpr unsigned int noSocket = static_cast<unsigned int>(-1);
-
-int Descriptor(unsigned int socket) {
-    return static_cast<int>(socket);
-}
-
 /// The TCP addresses of a node and a port.
 class Addresses {
 public:

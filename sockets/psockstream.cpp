@@ -7,12 +7,7 @@
 
 namespace {
 
-constexpr unsigned int noSocket = static_cast<unsigned int>(-1);
 constexpr unsigned int maxHostName = 1025;
-
-int Descriptor(unsigned int socket) {
-    return static_cast<int>(socket);
-}
 
 using AddressQuery = int (*)(int socket, sockaddr* address, socklen_t* length);
 

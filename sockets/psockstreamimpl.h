@@ -6,6 +6,13 @@
 
 #include "psock.h"
 
+constexpr unsigned int noSocket = static_cast<unsigned int>(-1);
+
+/// A socket as the system's calls take it.
+inline int Descriptor(unsigned int socket) {
+    return static_cast<int>(socket);
+}
+
 /// Owns its descriptor.
 class psockStreamImpl final : public psockStream {
 public:
