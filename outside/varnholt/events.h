@@ -64,6 +64,18 @@ private:
     int descriptor = -1;
 };
 
+/// The end of a child process, whoever collects it. It outlives the process record.
+class ZEL_EXPORT zelPROCESSEvent : public zelBaseEvent {
+public:
+    /// `process` is a record of Process_Launch.
+    explicit zelPROCESSEvent(void* process);
+
+    int GetDescriptor() override;
+
+private:
+    std::shared_ptr<int> end; ///< shared with the record
+};
+
 class ZEL_EXPORT zelEvent {
 public:
     /// Takes the base event over. A null base is an event that never fires.
