@@ -4,6 +4,7 @@
 // file run from top to bottom; spread over several files their order would be the linker's.
 
 #include "ds/stringdatabase.h"
+#include "execproc.h"
 #include "pipestream.h"
 #include "psock.h"
 
@@ -13,4 +14,5 @@ namespace {
 } // namespace
 
 const int zelIPipeEvent::eventKind = zelEvent::AllocEventKind();
+const int ptkExecProcessEvent::eventKind = zelEvent::AllocEventKind();
 const int zelSocketEvent::eventKind = zelEvent::AllocEventKind();

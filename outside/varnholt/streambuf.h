@@ -13,6 +13,7 @@
 #ifndef PLINTH_VARNHOLT_STREAMBUF_H
 #define PLINTH_VARNHOLT_STREAMBUF_H
 
+#include <iosfwd>
 #include <memory>
 #include <streambuf>
 
@@ -127,5 +128,9 @@ protected:
     int overflow(int character) override;
     std::streamsize showmanyc() override;
 };
+
+/// The handle of the descriptor behind a file buffer, -1 if that is closed. It stays the buffer's;
+/// what the buffer still holds is not in the file.
+ZEL_EXPORT void* zelHandleOfFile(std::basic_filebuf<char>& file);
 
 #endif
