@@ -1,0 +1,170 @@
+// SPDX-License-Identifier: MIT
+//
+// filter_run INPUT OUTPUT ERRORS COMMAND [ARGUMENT...]: runs a command with its input fed from one
+// file and its output and errors collected to two others, in one thread. None of the three streams
+// can hold up the others, so no amount of data in any order can make the two processes wait for
+// each other. Says at the end how it went and passes the command's exit code on; 125 if a file
+// fails, 127 if the command cannot be started.
+#include <chrono>
+#include <cstdio>
+#include <fstream>
+#include <iostream>
+#include <memory>
+#include <string>
+#include <utility>
+
+#include <unistd.h>
+
+#include <execproc.h>
+
+#include "../children.h"
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr int fileFailed = 125;
+constexpr int notStarted = 127;
+
+/// Fires when a pipe takes at least one block without blocking, or when nobody reads it any more.
+class WriteEvent : public zelPipeEvent {
+public:
+    explicit WriteEvent(oPipeStream& pipe) : zelPipeEvent(pipe.rdbuf()->pipe().fd()) {}
+    int GetKind() override { return kind; }
+    void* GetInfo() override { return this; }
+
+private:
+    static const int kind;
+};
+const int WriteEvent::kind = zelEvent::AllocEventKind();
+
+/// One of the three roads between the files and the command. It is over when the event is gone.
+class Road {
+public:
+    [[nodiscard]] zelEvent* Event() const { return event.get(); }
+    [[nodiscard]] unsigned long long Bytes() const { return bytes; }
+
+protected:
+    std::unique_ptr<zelEvent> event;
+    unsigned long long bytes = 0;
+};
+
+class Feed : public Road {
+public:
+    Feed(std::istream& file, oPipeStream* pipe) : from(file), to(pipe) {
+        event = std::make_unique<WriteEvent>(*pipe);
+    }
+    /// Moves one block; closes the pipe after the last, so that the command sees the end.
+    void Move() {
+        char block[4096]; // what a pipe is sure to take once it takes anything
+        from.read(block, sizeof block);
+        to->write(block, from.gcount()).flush();
+        if (*to)
+            bytes += static_cast<unsigned long long>(from.gcount());
+        if (!from || !*to) { // a command may well end before it has read everything
+            event.reset();
+            to.reset();
+        }
+    }
+
+private:
+    std::istream& from;
+    std::unique_ptr<oPipeStream, PipeDeleter> to;
+};
+
+class Collection : public Road {
+public:
+    Collection(iPipeStream* pipe, std::ostream& file) : from(pipe), to(file) {
+        event.reset(pipe->GetReadEvent());
+    }
+    /// Moves what waits in the pipe.
+    void Move() {
+        char block[65536];
+        const std::streamsize count = from->readsome(block, sizeof block);
+        to.write(block, count);
+        bytes += static_cast<unsigned long long>(count);
+        if (from->eof())
+            event.reset();
+    }
+
+private:
+    std::unique_ptr<iPipeStream, PipeDeleter> from;
+    std::ostream& to;
+};
+
+int Fail(int code, const std::string& what) {
+    std::cerr << "filter_run: " << what << '\n';
+    return code;
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    if (argc < 5)
+        return Fail(fileFailed, "INPUT OUTPUT ERRORS COMMAND [ARGUMENT...]");
+    std::ifstream input(argv[1], std::ios::binary);
+    std::ofstream output(argv[2], std::ios::binary);
+    std::ofstream errors(argv[3], std::ios::binary);
+    if (!input || !output || !errors)
+        return Fail(fileFailed, "cannot open " + std::string(argv[!input ? 1 : !output ? 2 : 3]));
+    std::string command;
+    for (int i = 4; i < argc; ++i)
+        command += Quoted(argv[i]) + " ";
+
+    const Clock::time_point start = Clock::now();
+    const auto milliseconds = [start] {
+        return std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - start).count();
+    };
+    ExecProcess process(command.c_str(), 7);
+    oPipeStream* toChild = nullptr;
+    iPipeStream* fromChild = nullptr;
+    iPipeStream* errorsFromChild = nullptr;
+    if (OpenPipeWithChildProc(&toChild, &fromChild, &errorsFromChild, &process) != errOK)
+        return Fail(notStarted, std::string(argv[4]) + ": " + errName(errMapError()));
+    Feed feed(input, toChild);
+    Collection out(fromChild, output);
+    Collection err(errorsFromChild, errors);
+    std::unique_ptr<zelEvent> exit(process.GetExitEvent());
+
+    const bool terminal = isatty(STDERR_FILENO) == 1;
+    for (auto shown = milliseconds(); feed.Event() || out.Event() || err.Event() || exit;) {
+        zelEvent* const events[] = {feed.Event(), out.Event(), err.Event(), exit.get()};
+        switch (zelEvent::WaitAny(events, 4, terminal ? 100 : -1)) {
+        case 0:
+            feed.Move();
+            break;
+        case 1:
+            out.Move();
+            break;
+        case 2:
+            err.Move();
+            break;
+        case 3:
+            exit.reset();
+            break;
+        default:
+            break;
+        }
+        if (!output || !errors || input.bad()) {
+            process.Kill();
+            process.WaitForProcess();
+            return Fail(fileFailed, "a file cannot be read or written");
+        }
+        if (terminal && milliseconds() - shown >= 100) {
+            shown = milliseconds();
+            std::cerr << '\r' << feed.Bytes() << " in, " << out.Bytes() << " out, " << err.Bytes()
+                      << " of errors" << std::flush;
+        }
+    }
+    if (terminal)
+        std::cerr << "\r\033[K";
+
+    const long code = process.WaitForProcess();
+    output.close();
+    errors.close();
+    if (!output || !errors)
+        return Fail(fileFailed, "a file cannot be written");
+    std::cout << "exit code " << code << ", " << feed.Bytes() << " bytes in, " << out.Bytes()
+              << " out, " << err.Bytes() << " of errors, " << milliseconds() << " ms\n";
+    return static_cast<int>(code);
+}
