@@ -158,22 +158,26 @@ class ZEL_EXPORT dsScalarMap : public dsBaseScalarMap<dsXArray<dsSortedMapEntry<
 template <typename A, typename T, typename K>
 bool dsBaseSortedMap<A, T, K>::FindIndex(K key, unsigned int& index) const {
     const auto* const stored = entries.GetDataPtr();
-    index = 0;
-    if (stored == nullptr)
-        return false;
-    // Halves the range without a branch on the outcome, which nobody could predict: the key, or
-    // the place where it belongs, stays within [index, index + count].
-    unsigned int count = entries.GetSize();
-    while (count > 1) {
-        const unsigned int half = count / 2;
-        index += Compare(key, stored[index + half - 1].key) > 0 ? half : 0;
-        count -= half;
+    const unsigned int size = entries.GetSize();
+    unsigned int low = 0;
+    for (unsigned int count = stored != nullptr ? size : 0; count != 0;) {
+        const unsigned int half = (count - 1) / 2;
+        if (size > 4096) { // no longer near: both places that may come next are fetched meanwhile
+            __builtin_prefetch(&stored[low + half / 2]);
+            __builtin_prefetch(&stored[low + half + count / 4]);
+        }
+        const int order = Compare(key, stored[low + half].key);
+        if (order == 0) {
+            index = low + half;
+            return true;
+        }
+        // Nobody can predict on which side the key is: arithmetic takes the place of a branch.
+        const unsigned int above = order > 0 ? 1 : 0;
+        low += (half + 1) & (0 - above);
+        count = (count - 1 + above) / 2;
     }
-    if (count == 0)
-        return false;
-    const int order = Compare(key, stored[index].key);
-    index += order > 0;
-    return order == 0;
+    index = low;
+    return false;
 }
 
 template <typename A, typename T, typename K>
