@@ -9,6 +9,7 @@
 #include <vector>
 
 #include <fcntl.h>
+#include <malloc.h>
 #include <netdb.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
@@ -251,6 +252,24 @@ TEST(Servers, RunningOutOfDescriptorsIsWaitedOut) {
     EXPECT_TRUE(served && client);
     for (const int descriptor : {output, console[0], console[1]})
         close(descriptor);
+}
+
+TEST(Servers, AThousandConnectionsLeaveNothingBehind) {
+    int left = 0;
+    Server<psockBlockingServer> server([&](Stream) { return --left == 0; });
+    const auto serve = [&](int connections) {
+        left = connections;
+        std::thread runs([&] { server.Run(); });
+        for (char byte; connections > 0; --connections)
+            EXPECT_EQ(server.Client()->Read(&byte, 1, false), -1);
+        runs.join();
+    };
+    serve(10);
+    const long descriptors = support::OpenDescriptors();
+    const auto bytes = mallinfo2().uordblks; // 0 where a sanitizer has the heap
+    serve(1000);
+    EXPECT_EQ(support::OpenDescriptors(), descriptors);
+    EXPECT_LT(mallinfo2().uordblks, bytes + 16384);
 }
 
 TEST(Streams, ReadinessEndAndFailure) {
