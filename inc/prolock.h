@@ -39,14 +39,17 @@ private:
     [[nodiscard]] bool IsCurrentThreadOwner() const;
     void LockTryHandle();
     void UnlockTryHandle();
+    void AddContenders(int amount);
+    void BecomeOwner(const struct zelThreadSelf& self);
 
     CRITICAL_SECTION mainHandle; ///< held by the owner for as long as it owns the mutex
     void* ownerThread;           ///< for whoever looks at the mutex in a debugger
     int recursion;               ///< how many times the owner holds it
     bool initialised;
-    unsigned long ownerId;      ///< 0xFFFFFFFF while nobody owns it
-    CRITICAL_SECTION tryHandle; ///< guards `contenders`, and covers all of an acquiring TryLock
-    int contenders;             ///< threads that own the mutex or wait for it
+    unsigned long ownerId; ///< 0xFFFFFFFF while nobody owns it
+    /// Guards `contenders`, and covers all of an acquiring TryLock. The two lie in one word.
+    alignas(8) CRITICAL_SECTION tryHandle;
+    int contenders; ///< threads that own the mutex or wait for it
 };
 
 /// A counting semaphore.

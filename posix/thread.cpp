@@ -4,8 +4,6 @@
 #include <algorithm>
 #include <climits>
 
-#include "outside/win32/threads.h"
-
 namespace posix {
 
 namespace {
@@ -13,8 +11,21 @@ namespace {
 // Of the one kind that a signal handler may read.
 #define PLINTH_HANDLER_SAFE [[gnu::tls_model("initial-exec")]] thread_local constinit
 PLINTH_HANDLER_SAFE Thread* current = nullptr;
-PLINTH_HANDLER_SAFE unsigned int currentId = 0;
+PLINTH_HANDLER_SAFE zelThreadSelf self = {nullptr, 0};
 #undef PLINTH_HANDLER_SAFE
+
+/// What stands for each thread that was not started here.
+class OtherThread final : public HandleObject {
+public:
+    void ReleaseHandle() override {}
+};
+
+/// Fills in what `self` says; `thread` is null for a thread that was not started here.
+void Introduce(HandleObject* thread) {
+    static HandleObject* const other = new OtherThread; // for good: threads outlive statics
+    self.handle = thread != nullptr ? thread : other;
+    self.id = static_cast<unsigned int>(sys::gettid());
+}
 
 int Create(pthread_t& identity, std::size_t stackSize, void* (*entry)(void*), void* argument) {
     const sys::KeepErrno keep;
@@ -61,10 +72,10 @@ Thread* Thread::Current() {
     return current;
 }
 
-unsigned int Thread::CurrentId() {
-    if (currentId == 0)
-        currentId = static_cast<unsigned int>(sys::gettid());
-    return currentId;
+const zelThreadSelf& Thread::Self() {
+    if (self.id == 0)
+        Introduce(nullptr);
+    return self;
 }
 
 void Thread::Drop() {
@@ -136,19 +147,20 @@ unsigned int Thread::RunUnlessStopped() {
 }
 
 void* Thread::Main(void* word) {
-    Thread* const self = static_cast<Thread*>(word);
-    current = self;
-    endGuard.thread = self;
+    Thread* const thread = static_cast<Thread*>(word);
+    current = thread;
+    endGuard.thread = thread;
+    Introduce(thread);
+    thread->id = static_cast<std::uint32_t>(self.id);
+    FutexWake(thread->id, 1);
     Frame frame;
-    self->id = CurrentId();
-    FutexWake(self->id, 1);
-    self->frame = &frame;
+    thread->frame = &frame;
     UnblockSignal(frame.mask);
     if (sigsetjmp(frame.entry, 0) == 0) {
-        self->exitCode = self->RunUnlessStopped();
+        thread->exitCode = thread->RunUnlessStopped();
     } else {
         pthread_sigmask(SIG_SETMASK, &frame.mask, nullptr);
-        self->exitCode = self->stopCode;
+        thread->exitCode = thread->stopCode;
     }
     return nullptr;
 }

@@ -12,6 +12,7 @@
 #include <csetjmp>
 #include <memory>
 
+#include "outside/win32/threads.h"
 #include "posix/endevent.h"
 #include "posix/futex.h"
 #include "posix/handleobject.h"
@@ -27,7 +28,8 @@ public:
     static Thread* FromHandle(void* handle);
     /// The calling thread's record; null on a thread that was not started here.
     static Thread* Current();
-    static unsigned int CurrentId();
+    /// Its handle and id, whoever started it.
+    static const zelThreadSelf& Self();
 
     void Hold() { holders.fetch_add(1, std::memory_order_relaxed); }
     void Drop();

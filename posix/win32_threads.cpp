@@ -18,12 +18,6 @@ private:
     void* argument;
 };
 
-/// What stands for each thread that was not started here.
-class OtherThread final : public posix::HandleObject {
-public:
-    void ReleaseHandle() override {}
-};
-
 } // namespace
 
 void* _beginthreadex(void* security, unsigned int stackSize, unsigned int (*entry)(void*),
@@ -56,14 +50,16 @@ int zelTerminateSignal() {
     return SIGRTMIN + 11;
 }
 
+const zelThreadSelf& zelCurrentThread() {
+    return posix::Thread::Self();
+}
+
 void* GetCurrentThread() {
-    static posix::HandleObject* const other = new OtherThread; // for good: threads outlive statics
-    posix::HandleObject* const thread = posix::Thread::Current();
-    return thread != nullptr ? thread : other;
+    return zelCurrentThread().handle;
 }
 
 unsigned long GetCurrentThreadId() {
-    return posix::Thread::CurrentId();
+    return zelCurrentThread().id;
 }
 
 unsigned int WaitForSingleObject(void* handle, unsigned int msec) {

@@ -3,8 +3,8 @@
 
 #include "outside/win32/threads.h"
 
-void* badThreadHandle = nullptr;
-int badProcHandle = 0;
+constinit void* badThreadHandle = nullptr;
+constinit int badProcHandle = 0;
 
 void pmExitStatus::setAlive() {
     alive = true;

@@ -1,6 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include "prolock.h"
 
+#include <bit>
+#include <cstddef>
+
 #include "outside/win32/threads.h"
 #include "pmtask.h"
 
@@ -8,13 +11,23 @@ namespace {
 
 constexpr unsigned long nobody = 0xFFFFFFFF;
 
-// Compared without a lock: a thread can find its own id only if it has put it there itself.
-unsigned long Read(const unsigned long& id) {
-    return __atomic_load_n(&id, __ATOMIC_RELAXED);
+// Fields that are looked at without a lock: by a thread that seeks its own id, which it can find
+// only if it has put it there itself, and together with the section beside them.
+template <typename T>
+T Read(const T& field) {
+    return __atomic_load_n(&field, __ATOMIC_RELAXED);
 }
-void Write(unsigned long& id, unsigned long value) {
-    __atomic_store_n(&id, value, __ATOMIC_RELAXED);
+template <typename T>
+void Write(T& field, T value) {
+    __atomic_store_n(&field, value, __ATOMIC_RELAXED);
 }
+
+/// The section that guards the contenders, and these, as the one word that they lie in.
+struct Guarded {
+    std::uint32_t section;
+    int contenders;
+};
+using GuardedWord [[gnu::may_alias]] = std::uint64_t;
 
 } // namespace
 
@@ -42,7 +55,7 @@ bool proMutex::Initialize() {
 }
 
 bool proMutex::IsCurrentThreadOwner() const {
-    return Read(ownerId) == GetCurrentThreadId();
+    return Read(ownerId) == zelCurrentThread().id;
 }
 
 void proMutex::LockTryHandle() {
@@ -53,19 +66,42 @@ void proMutex::UnlockTryHandle() {
     LeaveCriticalSection(&tryHandle);
 }
 
+/// Enters the section, adds and leaves it: in one atomic step as long as nobody is in there. The
+/// first guess is that nobody else is about at all.
+inline void proMutex::AddContenders(int amount) {
+    static_assert(offsetof(proMutex, contenders) == offsetof(proMutex, tryHandle) + 4);
+    static_assert(offsetof(proMutex, tryHandle) % sizeof(GuardedWord) == 0);
+    auto* const word = reinterpret_cast<GuardedWord*>(&tryHandle);
+    Guarded seen{0, amount < 0 ? -amount : 0};
+    while (seen.section == 0) {
+        const Guarded wanted{0, seen.contenders + amount};
+        auto bits = std::bit_cast<std::uint64_t>(seen);
+        if (__atomic_compare_exchange_n(word, &bits, std::bit_cast<std::uint64_t>(wanted), false,
+                                        __ATOMIC_ACQ_REL, __ATOMIC_RELAXED))
+            return;
+        seen = std::bit_cast<Guarded>(bits);
+    }
+    LockTryHandle();
+    Write(contenders, contenders + amount);
+    UnlockTryHandle();
+}
+
+void proMutex::BecomeOwner(const zelThreadSelf& self) {
+    ownerThread = self.handle;
+    Write(ownerId, self.id);
+}
+
 bool proMutex::Lock() {
     if (!initialised)
         return false;
-    if (IsCurrentThreadOwner()) {
+    const zelThreadSelf& self = zelCurrentThread();
+    if (Read(ownerId) == self.id) {
         ++recursion;
         return true;
     }
-    LockTryHandle();
-    ++contenders;
-    UnlockTryHandle();
+    AddContenders(1);
     EnterCriticalSection(&mainHandle);
-    ownerThread = GetCurrentThread();
-    Write(ownerId, GetCurrentThreadId());
+    BecomeOwner(self);
     recursion = 1;
     return true;
 }
@@ -73,7 +109,8 @@ bool proMutex::Lock() {
 bool proMutex::TryLock() {
     if (!initialised)
         return false;
-    if (IsCurrentThreadOwner()) {
+    const zelThreadSelf& self = zelCurrentThread();
+    if (Read(ownerId) == self.id) {
         ++recursion;
         return true;
     }
@@ -82,10 +119,9 @@ bool proMutex::TryLock() {
         UnlockTryHandle();
         return false;
     }
-    contenders = 1;
+    Write(contenders, 1);
     EnterCriticalSection(&mainHandle); // cannot wait: nobody gets here past the other section
-    ownerThread = GetCurrentThread();
-    Write(ownerId, GetCurrentThreadId());
+    BecomeOwner(self);
     ++recursion;
     UnlockTryHandle();
     return true;
@@ -99,8 +135,6 @@ bool proMutex::Unlock() {
     ownerThread = badThreadHandle;
     Write(ownerId, nobody);
     LeaveCriticalSection(&mainHandle);
-    LockTryHandle();
-    --contenders;
-    UnlockTryHandle();
+    AddContenders(-1);
     return true;
 }

@@ -46,6 +46,13 @@
 /// Never 0 and never 0xFFFFFFFF.
 [[nodiscard]] ZEL_EXPORT unsigned long GetCurrentThreadId();
 
+/// Both at once and at the least cost, for the library itself.
+struct zelThreadSelf {
+    void* handle;
+    unsigned long id;
+};
+[[nodiscard]] const zelThreadSelf& zelCurrentThread();
+
 constexpr unsigned int zelWaitInfinite = 0xFFFFFFFF;
 constexpr unsigned int zelWaitSignaled = 0;
 constexpr unsigned int zelWaitTimeout = 0x102;
