@@ -110,4 +110,103 @@ private:
     pmThreadExitStatus exitStatus;
 };
 
+/// A thread task that can be watched and never be killed. Other than a plain pmThread it reads as
+/// not alive until it is started.
+class ZEL_EXPORT pmStrictTask : public pmThread {
+public:
+    bool Start() override;
+    /// Marks the record and is false: the thread runs on.
+    bool Kill() override;
+    pmExitStatus& GetExitStatus() override;
+
+    /// A mark on the whole process that stays; it means what the programs above make of it.
+    static void SetNoFork();
+    static bool IsNoForkSet();
+
+private:
+    friend class ptkStrictTaskEvent;
+    static bool noFork;
+
+    pmExitStatus taskStatus;
+};
+
+/// Fires when the thread of a strict task has ended. The task must outlive the event.
+class ZEL_EXPORT ptkStrictTaskEvent : public zelEvent {
+public:
+    /// Requires: the task has been started.
+    explicit ptkStrictTaskEvent(pmStrictTask* watched);
+
+    /// The thread's handle as the task has it now.
+    void* GetProcess();
+
+    /// The event as one of this class, or null if it is of another. Requires: not null.
+    static ptkStrictTaskEvent* cast(zelEvent* event);
+
+private:
+    int GetKind() override;
+    void* GetInfo() override;
+
+    static const int eventKind;
+
+    pmStrictTask* task;
+};
+
+/// A mailbox between two tasks, as an interface: nothing travels through it yet, and every
+/// operation is true.
+class ZEL_EXPORT pmInfoBridge {
+public:
+    pmInfoBridge(bool first, bool second);
+    pmInfoBridge(const pmInfoBridge&) = delete;
+    pmInfoBridge& operator=(const pmInfoBridge&) = delete;
+    ~pmInfoBridge();
+
+    /// Sets the other side. Requires: nobody holds the bridge's mutex.
+    bool Initialize(void* const& handle);
+    bool Send(char* data, int length);
+    bool Receive(char* data, int length);
+    bool TurnOn();
+
+private:
+    friend class pmManageTask;
+    static void* const nullHandle;
+
+    [[maybe_unused]] void* ownerThread;
+    [[maybe_unused]] void* peerHandle;
+    [[maybe_unused]] bool firstFlag;
+    [[maybe_unused]] bool secondFlag;
+    [[maybe_unused]] int words[3];
+    proMutex mutex;
+};
+
+/// A thread task that is filed under its handle from a successful start until it is killed or
+/// destroyed. Other than a plain pmThread it reads as not alive until it is started.
+///
+/// The file is one for the process and has no lock: Start, Kill, Fetch and destruction, of
+/// whichever tasks, may not meet on different threads.
+class ZEL_EXPORT pmManageTask : public pmThread {
+public:
+    /// The flags go to the bridge and mean nothing here.
+    pmManageTask(bool first, bool second);
+    ~pmManageTask() override;
+
+    bool Start() override;
+    /// As of a pmThread; a task whose thread could not be stopped can still be found.
+    bool Kill() override;
+    pmExitStatus& GetExitStatus() override;
+    bool IsAlive() { return GetExitStatus().IsAlive(); }
+
+    /// The task filed under `handle`; null if there is none.
+    static pmManageTask* Fetch(void* const& handle);
+
+protected:
+    [[nodiscard]] virtual bool MustKillOnDestroy() const;
+
+private:
+    void Unfile();
+
+    pmExitStatus taskStatus;
+    void* taskKey; ///< stays after Kill
+    pmInfoBridge bridge;
+};
+
 #endif

@@ -8,6 +8,8 @@
 #include <functional>
 #include <thread>
 
+#include <pthread.h>
+
 #include "pmtask.h"
 
 namespace tasks {
@@ -36,6 +38,18 @@ bool Eventually(Condition condition) {
         if (std::chrono::steady_clock::now() - start > std::chrono::seconds(20))
             return false;
     return true;
+}
+
+/// Runs `call` while no thread can be started: the default stack is too large for any.
+template <typename Call>
+void WithHopelessStacks(Call call) {
+    pthread_attr_t former, hopeless;
+    pthread_attr_init(&hopeless);
+    pthread_attr_setstacksize(&hopeless, std::size_t{1} << (sizeof(void*) == 8 ? 46 : 30));
+    pthread_getattr_default_np(&former);
+    pthread_setattr_default_np(&hopeless);
+    call();
+    pthread_setattr_default_np(&former);
 }
 
 } // namespace tasks

@@ -69,15 +69,8 @@ TEST(Record, SetsItsFieldsAsOneAndReadsAliveBeforeTheStart) {
     EXPECT_FALSE(task.Kill()); // never started
     EXPECT_TRUE(reads(false, true, errNone, 0));
 
-    pthread_attr_t hopeless;
-    pthread_attr_init(&hopeless);
-    pthread_attr_setstacksize(&hopeless, std::size_t{1} << (sizeof(void*) == 8 ? 46 : 30));
-    pthread_attr_t former;
-    pthread_getattr_default_np(&former);
-    ASSERT_EQ(0, pthread_setattr_default_np(&hopeless));
     Task unstarted(nullptr);
-    EXPECT_FALSE(unstarted.Start());
-    pthread_setattr_default_np(&former);
+    WithHopelessStacks([&] { EXPECT_FALSE(unstarted.Start()); });
     EXPECT_FALSE(unstarted.GetExitStatus().IsAlive());
     EXPECT_EQ(errThreadStart, unstarted.GetExitStatus().GetExitCode());
     EXPECT_EQ(badThreadHandle, unstarted.GetHandle());

@@ -1,0 +1,81 @@
+// SPDX-License-Identifier: MIT
+#include "tasks/taskmap.h"
+
+#include "outside/win32/threads.h"
+#include "pmtask.h"
+
+dsScalarMap<pmManageTask*, void*>& TaskMap() {
+    static dsScalarMap<pmManageTask*, void*> map;
+    return map;
+}
+
+pmInfoBridge::pmInfoBridge(bool first, bool second)
+    : ownerThread(GetCurrentThread()), peerHandle(nullHandle), firstFlag(first),
+      secondFlag(second), words{} {}
+
+pmInfoBridge::~pmInfoBridge() = default;
+
+bool pmInfoBridge::Initialize(void* const& handle) {
+    peerHandle = handle;
+    return mutex.Initialize();
+}
+
+bool pmInfoBridge::Send(char*, int) {
+    return true;
+}
+
+bool pmInfoBridge::Receive(char*, int) {
+    return true;
+}
+
+bool pmInfoBridge::TurnOn() {
+    return true;
+}
+
+pmManageTask::pmManageTask(bool first, bool second)
+    : taskKey(pmInfoBridge::nullHandle), bridge(first, second) {
+    TaskMap(); // to be destroyed after this task, whenever that is
+}
+
+pmManageTask::~pmManageTask() {
+    Unfile();
+}
+
+/// Takes the task's own entry out. Another task may have got the same handle since and be filed
+/// under it.
+void pmManageTask::Unfile() {
+    if (Fetch(taskKey) == this)
+        TaskMap().Remove(taskKey);
+}
+
+bool pmManageTask::Start() {
+    GetExitStatus().setAlive();
+    const bool started = pmThread::Start();
+    Unfile(); // of an earlier start, or it would stay behind when the task goes
+    taskKey = GetHandle();
+    if (started && !TaskMap().Add(taskKey, this))
+        TaskMap()[taskKey] = this; // left by a task whose kill has failed
+    return started;
+}
+
+bool pmManageTask::Kill() {
+    const bool isGone = EndThread();
+    GetExitStatus().setKilled();
+    if (isGone)
+        Unfile();
+    return isGone;
+}
+
+pmExitStatus& pmManageTask::GetExitStatus() {
+    return taskStatus;
+}
+
+bool pmManageTask::MustKillOnDestroy() const {
+    return false;
+}
+
+pmManageTask* pmManageTask::Fetch(void* const& handle) {
+    pmManageTask* task = nullptr;
+    TaskMap().Find(handle, task);
+    return task;
+}

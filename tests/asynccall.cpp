@@ -1,0 +1,149 @@
+// SPDX-License-Identifier: MIT
+#include "asynccall.h"
+
+#include <memory>
+#include <vector>
+
+#include <poll.h>
+
+#include "outside/win32/handles.h"
+#include "pipestream.h"
+#include "tests/tasks.h"
+#include "tests/weather.h"
+
+using namespace tasks;
+
+namespace {
+
+using Call = std::unique_ptr<ptkAsyncCallEvent>;
+
+/// Holds functions up until they may go on.
+struct Gate {
+    proSimpleSem closed{1};
+    int result;
+
+    explicit Gate(int returned) : result(returned) { closed.Decrement(); }
+    static int Pass(void* gate) {
+        static_cast<Gate*>(gate)->closed.Decrement();
+        return static_cast<Gate*>(gate)->result;
+    }
+};
+
+class Calls : public support::WeatherTest {};
+
+INSTANTIATE_TEST_SUITE_P(Weather, Calls, support::allWeathers, support::NameOf);
+
+TEST_P(Calls, TellTheResultFromTheEndOnAsOftenAsAsked) {
+    for (const int result : {7, 0, -1}) {
+        Gate gate(result);
+        const Call call(call_async_func(&Gate::Pass, &gate));
+        ASSERT_TRUE(call);
+        EXPECT_EQ(-1, call->GetReturnValue());
+        EXPECT_FALSE(call->IsSignaled());
+        gate.closed.Increment();
+        EXPECT_TRUE(call->Wait(-1));
+        for (int i = 0; i < 3; ++i) {
+            EXPECT_EQ(result, call->GetReturnValue());
+            EXPECT_TRUE(call->IsSignaled()); // also when the record is gone
+        }
+        zelEvent* const event = call.get();
+        EXPECT_EQ(call.get(), ptkAsyncCallEvent::cast(event));
+        EXPECT_EQ(nullptr, ptkStrictTaskEvent::cast(event));
+    }
+    // Polling alone sees the result too, and then the event stands.
+    Gate open(3);
+    open.closed.Increment();
+    const Call polled(call_async_func(&Gate::Pass, &open));
+    EXPECT_TRUE(Eventually([&] { return polled->GetReturnValue() == 3; }));
+    EXPECT_TRUE(polled->IsSignaled());
+}
+
+TEST_P(Calls, MayBeForgottenAtAnyTime) {
+    const long threads = support::Count("task");
+    const long descriptors = support::OpenDescriptors();
+    static std::atomic<int> returned{0};
+    const auto counts = [](void*) { return ++returned; };
+    for (int i = 0; i < 3000; ++i) {
+        const Call call(call_async_func(counts, nullptr));
+        ASSERT_TRUE(call);
+        if (i % 3 == 1) {
+            EXPECT_GE(call->GetDescriptor(), 0);
+        }
+        if (i % 3 == 2) {
+            EXPECT_TRUE(call->Wait(-1)); // and nobody asks for the result
+        }
+    }
+    EXPECT_TRUE(Eventually([&] { return returned == 3000 && support::Count("task") == threads; }));
+    EXPECT_TRUE(Eventually([&] { return support::OpenDescriptors() == descriptors; }));
+}
+
+TEST(Calls, NeedNoDescriptorUntilSomebodyWaits) {
+    const rlimit few{40, 40};
+    setrlimit(RLIMIT_NOFILE, &few);
+    Gate gate(5);
+    std::vector<Call> calls;
+    for (int i = 0; i < 60; ++i)
+        calls.emplace_back(call_async_func(&Gate::Pass, &gate));
+    int withDescriptor = 0;
+    for (const Call& call : calls)
+        withDescriptor += call->GetDescriptor() >= 0;
+    EXPECT_TRUE(withDescriptor > 0 && withDescriptor < 40);
+    EXPECT_FALSE(calls.back()->Wait(0));
+    for (int i = 0; i < 60; ++i) {
+        while (!gate.closed.Increment())
+            std::this_thread::yield();
+    }
+    EXPECT_TRUE(Eventually([&] { return calls.back()->GetReturnValue() == 5; }));
+    calls.resize(30);
+    for (const Call& call : calls)
+        EXPECT_TRUE(call->Wait(-1));
+    EXPECT_TRUE(calls.back()->IsSignaled());
+
+    calls.clear();
+    WithHopelessStacks([&] { EXPECT_EQ(nullptr, call_async_func(&Gate::Pass, &gate)); });
+}
+
+TEST_P(Calls, AreWaitedForBesideThreadsAndPipesInALoopOfOnesOwn) {
+    struct Strict : pmStrictTask {
+        Gate gate{0};
+        unsigned int ThreadRun() override { return static_cast<unsigned int>(Gate::Pass(&gate)); }
+    };
+    Strict strict;
+    EXPECT_FALSE(strict.GetExitStatus().IsAlive());
+    ASSERT_TRUE(strict.Start());
+    EXPECT_TRUE(strict.GetExitStatus().IsAlive());
+    Gate gate(1);
+    const Call call(call_async_func(&Gate::Pass, &gate));
+    oPipeStream* out = nullptr;
+    iPipeStream* in = nullptr;
+    ASSERT_EQ(errOK, CreatePipeSt(&out, &in));
+    const std::unique_ptr<zelEvent> pipe(in->GetReadEvent());
+    ptkStrictTaskEvent thread(&strict);
+    EXPECT_EQ(&thread, ptkStrictTaskEvent::cast(&thread));
+    EXPECT_EQ(nullptr, ptkAsyncCallEvent::cast(pipe.get()));
+
+    EXPECT_FALSE(strict.Kill());
+    EXPECT_TRUE(strict.GetExitStatus().IsKilled());
+    EXPECT_EQ(0, strict.GetExitStatus().ExitCode());
+    zelEvent* const events[] = {&thread, call.get(), pipe.get()};
+    pollfd set[3] = {};
+    for (int i = 0; i < 3; ++i)
+        set[i] = {events[i]->GetDescriptor(), POLLIN, 0};
+    EXPECT_EQ(-1, zelEvent::WaitAny(events, 3, 5));
+    const std::function<void()> causes[] = {[&] { strict.gate.closed.Increment(); },
+                                            [&] { gate.closed.Increment(); },
+                                            [&] { *out << 'x' << std::flush; }};
+    for (int i = 2; i >= 0; --i) {
+        causes[i]();
+        while (poll(set, 3, -1) != 1)
+            ASSERT_EQ(EINTR, errno);
+        EXPECT_NE(0, set[i].revents) << i;
+        EXPECT_EQ(i, zelEvent::WaitAny(events, 3, -1));
+        set[i].fd = -1;
+    }
+    EXPECT_TRUE(CloseHandle(thread.GetProcess())); // the task leaves it open in any case
+    DeletePipe(out);
+    DeletePipe(in);
+}
+
+} // namespace
