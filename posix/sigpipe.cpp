@@ -21,7 +21,8 @@ ssize_t WriteWithoutSignal(int descriptor, const void* data, size_t size) {
     }
     const ssize_t written = sys::retry([&] { return sys::write(descriptor, data, size); });
     const sys::KeepErrno keep;
-    if (written == -1 && errno == EPIPE && !wasPending) {
+    // A reader that goes while part is written leaves the signal behind a short count.
+    if (static_cast<size_t>(written) != size && !wasPending) {
         const timespec now{};
         sys::retry([&] { return sys::sigtimedwait(&broken, &now); });
     }

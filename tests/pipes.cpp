@@ -163,6 +163,18 @@ TEST(BrokenPipe, IsAFailedWriteAndNoSignal) {
     }
     const timespec now{};
     sigtimedwait(&broken, nullptr, &now);
+    pthread_sigmask(SIG_UNBLOCK, &broken, nullptr);
+}
+
+TEST(BrokenPipe, IsNoSignalEitherWhenPartOfABlockWasWritten) {
+    Streams pipe;
+    std::thread reader([&] {
+        pipe.in->get();
+        DeletePipe(std::exchange(pipe.in, nullptr));
+    });
+    pipe.out->exceptions(std::ios::badbit);
+    EXPECT_THROW(*pipe.out << std::string(1 << 20, 'x'), std::ios::failure);
+    reader.join();
 }
 
 } // namespace
