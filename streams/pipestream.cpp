@@ -40,7 +40,11 @@ zelEvent* iPipeStream::GetReadEvent() {
 oPipeStream::oPipeStream(zelOPipeSBuf* sink) : std::basic_ostream<char>(sink), buffer(sink) {}
 
 oPipeStream::~oPipeStream() {
-    std::basic_ostream<char>::flush();
+    try {
+        std::basic_ostream<char>::flush();
+    } catch (...) {
+        // The caller has asked for exceptions, and nobody may get one out of a destructor.
+    }
 }
 
 errstatus CreatePipeSt(oPipeStream** out, iPipeStream** in) {
