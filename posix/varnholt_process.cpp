@@ -119,7 +119,12 @@ void Child::CollectAbandoned() {
 void Child::OpenDescriptor() {
     const sys::KeepErrno keep;
     *end = sys::pidfd_open(pid);
-    if (*end == -1 && errno == ESRCH)
+    siginfo_t info;
+    // Once the host has collected the child, its number may be a stranger's, who is no child.
+    const bool isOurs =
+        *end != -1 ? WaitId(pid, *end, &info, WEXITED | WNOHANG | WNOWAIT) == 0 || errno != ECHILD
+                   : errno != ESRCH;
+    if (!isOurs)
         RecordEnd(codeNotKnown);
 }
 
