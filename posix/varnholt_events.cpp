@@ -33,23 +33,42 @@ bool HasFired(const pollfd& entry) {
     return (entry.revents & wanted) != 0;
 }
 
-/// The descriptors of a set of events in the order of the events. The usual handful of events
-/// costs no heap.
+/// The descriptors that can fire, in the order of their events, each with the index of its event.
+/// Events without one are left out: the system counts every entry against its limit on descriptors.
+/// The usual handful of events costs no heap.
 class PollSet {
 public:
-    explicit PollSet(unsigned int count) {
-        if (count > fewCount)
-            many.resize(count);
-        entries = count > fewCount ? many.data() : few;
+    explicit PollSet(unsigned int most) {
+        if (most > fewCount) {
+            manyEntries.resize(most);
+            manyOwners.resize(most);
+            entries = manyEntries.data();
+            owners = manyOwners.data();
+        }
     }
+    unsigned int Size() const { return size; }
     pollfd* Data() { return entries; }
-    pollfd& operator[](unsigned int index) { return entries[index]; }
+    const pollfd& operator[](unsigned int at) const { return entries[at]; }
+    unsigned int OwnerOf(unsigned int at) const { return owners[at]; }
+    void Add(const pollfd& entry, unsigned int owner) {
+        entries[size] = entry;
+        owners[size++] = owner;
+    }
+    void Remove(unsigned int at) {
+        std::copy(entries + at + 1, entries + size, entries + at);
+        std::copy(owners + at + 1, owners + size, owners + at);
+        --size;
+    }
 
 private:
     static constexpr unsigned int fewCount = 16;
-    pollfd few[fewCount] = {};
-    std::vector<pollfd> many;
-    pollfd* entries;
+    pollfd fewEntries[fewCount];
+    unsigned int fewOwners[fewCount];
+    std::vector<pollfd> manyEntries;
+    std::vector<unsigned int> manyOwners;
+    pollfd* entries = fewEntries;
+    unsigned int* owners = fewOwners;
+    unsigned int size = 0;
 };
 
 } // namespace
@@ -105,31 +124,31 @@ int zelEvent::WaitAny(zelEvent* const* events, unsigned int count, int msec) {
     const posix::Deadline deadline = posix::Deadline::InMilliseconds(msec);
     PollSet set(count);
     for (unsigned int i = 0; i < count; ++i) {
-        set[i].fd = -1;
         if (events[i] == nullptr)
             continue;
         events[i]->OnReset();
-        set[i].fd = events[i]->GetDescriptor();
-        if (events[i]->base)
-            set[i].events = InterestOf(events[i]->base->GetReadiness());
+        const int descriptor = events[i]->GetDescriptor();
+        if (descriptor >= 0)
+            set.Add({descriptor, InterestOf(events[i]->base->GetReadiness()), 0}, i);
     }
     for (;;) {
-        const auto canFire = [](const pollfd& entry) { return entry.fd >= 0; };
-        if (msec < 0 && std::none_of(set.Data(), set.Data() + count, canFire))
+        if (msec < 0 && set.Size() == 0)
             return -1;
-        const int ready = posix::PollUntil(set.Data(), count, deadline);
-        if (ready <= 0)
+        if (posix::PollUntil(set.Data(), set.Size(), deadline) <= 0)
             return -1;
-        for (unsigned int i = 0; i < count; ++i) {
-            pollfd& entry = set[i];
-            if (entry.revents == 0)
-                continue;
-            if (!HasFired(entry))
-                entry.fd = -1; // only a hang-up that nobody asked for: it would never go away
-            else if (events[i]->OnEventSignaled())
-                return static_cast<int>(i);
-            else
-                events[i]->OnReset();
+        for (unsigned int at = 0; at < set.Size();) {
+            const pollfd& entry = set[at];
+            zelEvent& event = *events[set.OwnerOf(at)];
+            if (entry.revents == 0) {
+                ++at;
+            } else if (!HasFired(entry)) {
+                set.Remove(at); // only a hang-up that nobody asked for: it would never go away
+            } else if (event.OnEventSignaled()) {
+                return static_cast<int>(set.OwnerOf(at));
+            } else {
+                event.OnReset();
+                ++at;
+            }
         }
         if (deadline.Left() == std::chrono::nanoseconds::zero())
             return -1;
