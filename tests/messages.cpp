@@ -90,20 +90,17 @@ TEST(Messages, EveryTruncationIsAnEnd) {
 }
 
 TEST(Messages, NoPrefixIsBelieved) {
-    const struct {
-        const char* prefix;
-        bool claimsTooMuch;
-    } rows[] = {{"\x7F\xFF\xFF\xFF", true},
-                {"\0\1\0\0", true},
-                {"\0\0\0\0", false},
-                {"\xFF\xFF\xFF\xFF", false},
-                {"\x80\0\0\0", false}};
-    for (const auto& row : rows) {
-        Scripted in(std::string(row.prefix, 4) + Bytes(5000));
+    using Row = std::pair<const char*, bool>;
+    for (const auto& [prefix, claimsTooMuch] : {Row{"\x7F\xFF\xFF\xFF", true},
+                                                {"\0\1\0\0", true},
+                                                {"\0\0\0\0", false},
+                                                {"\xFF\xFF\xFF\xFF", false},
+                                                {"\x80\0\0\0", false}}) {
+        Scripted in(std::string(prefix, 4) + Bytes(5000));
         Array message("kept");
-        EXPECT_EQ(Read(in, message), row.claimsTooMuch ? errSocketRead : errOK);
+        EXPECT_EQ(Read(in, message), claimsTooMuch ? errSocketRead : errOK);
         EXPECT_EQ(message.Text() + in.Rest(), "kept" + Bytes(5000));
-        EXPECT_EQ(in.Rest().empty(), row.claimsTooMuch);
+        EXPECT_EQ(in.Rest().empty(), claimsTooMuch);
     }
 }
 

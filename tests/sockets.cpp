@@ -6,6 +6,8 @@
 #include <future>
 #include <string>
 #include <thread>
+#include <tuple>
+#include <utility>
 #include <vector>
 
 #include <fcntl.h>
@@ -48,16 +50,6 @@ int Option(int socket, int level, int name) {
     int value = -1;
     socklen_t size = sizeof value;
     return getsockopt(socket, level, name, &value, &size), value;
-}
-
-/// Sends a byte to the client's end and back.
-void ExpectTalk(const Pair& pair) {
-    char byte = 'x';
-    ASSERT_TRUE(pair.client && pair.server);
-    ASSERT_TRUE(pair.server->Write("a", 1, false) == 1 && pair.client->Read(&byte, 1, false) == 1);
-    ASSERT_TRUE(pair.client->Write(&byte, 1, false) == 1 &&
-                pair.server->Read(&byte, 1, false) == 1);
-    EXPECT_EQ(byte, 'a');
 }
 
 TEST(Servers, ANonBlockingServerServesWhatWaitsAndComesBack) {
@@ -123,7 +115,9 @@ TEST(Servers, EveryAddressOfTheHostReachesThem) {
             std::printf("skipped: this host has no address for %s\n", host);
             continue;
         }
-        ExpectTalk(pair);
+        char byte = 0;
+        EXPECT_TRUE(pair.server->Write("a", 1, false) == 1);
+        EXPECT_TRUE(pair.client->Read(&byte, 1, false) == 1 && byte == 'a');
         EXPECT_TRUE(pair.server->IsOnTheSameMachine() || host == name);
         for (const auto* stream : {&pair.client, &pair.server}) {
             const int socket = static_cast<int>((*stream)->getSock());
@@ -142,24 +136,20 @@ TEST(Servers, EveryAddressOfTheHostReachesThem) {
 }
 
 TEST(Servers, TheBacklogComesFromTheEnvironment) {
-    const struct {
-        const char* value;
-        unsigned int backlog;
-        const char* line;
-    } rows[] = {{nullptr, 128, ""},
-                {"3", 5, "RTF: Backlog set to 5\n"},
-                {"1000", 1000, "RTF: Backlog set to 1000\n"},
-                {"many", 5, "RTF: Backlog set to 5\n"}};
-    for (const auto& row : rows) {
-        row.value ? setenv("QVZ_FSERV_BACKLOG", row.value, 1) : unsetenv("QVZ_FSERV_BACKLOG");
+    using Row = std::tuple<const char*, unsigned int, const char*>;
+    for (const auto& [value, backlog, line] : {Row{nullptr, 128, ""},
+                                               {"3", 5, "RTF: Backlog set to 5\n"},
+                                               {"1000", 1000, "RTF: Backlog set to 1000\n"},
+                                               {"many", 5, "RTF: Backlog set to 5\n"}}) {
+        value ? setenv("QVZ_FSERV_BACKLOG", value, 1) : unsetenv("QVZ_FSERV_BACKLOG");
         CaptureStdout();
         const int listener = NextDescriptor();
         const Server<psockBlockingServer> server(nullptr);
-        EXPECT_EQ(GetCapturedStdout(), row.line);
+        EXPECT_EQ(GetCapturedStdout(), line);
         tcp_info info{};
         socklen_t size = sizeof info;
         getsockopt(listener, IPPROTO_TCP, TCP_INFO, &info, &size);
-        EXPECT_EQ(info.tcpi_sacked, row.backlog);
+        EXPECT_EQ(info.tcpi_sacked, backlog);
         EXPECT_EQ(Option(listener, SOL_SOCKET, SO_REUSEADDR), 1);
         EXPECT_EQ(fcntl(listener, F_GETFD), FD_CLOEXEC);
     }
@@ -169,15 +159,13 @@ TEST(Servers, WhatCannotBeServedOrReachedSaysSoAndLeavesNothingOpen) {
     const long before = support::OpenDescriptors();
     {
         const Server<psockBlockingServer> holder(nullptr);
-        const struct {
-            int port;
-            const char* complaint;
-        } ports[] = {{holder.GetPort(), "ERROR: port is busy.\n"}, {65536, ""}, {-1, ""}};
-        for (const auto& row : ports) {
+        using Port = std::pair<int, const char*>;
+        for (const auto& [port, complaint] :
+             {Port{holder.GetPort(), "ERROR: port is busy.\n"}, {65536, ""}, {-1, ""}}) {
             Unused server;
             CaptureStderr();
-            EXPECT_FALSE(server.Initialize(row.port));
-            EXPECT_EQ(GetCapturedStderr(), row.complaint);
+            EXPECT_FALSE(server.Initialize(port));
+            EXPECT_EQ(GetCapturedStderr(), complaint);
             EXPECT_EQ(server.GetPort(), 0);
         }
         setenv("QVZ_FSERV_BACKLOG", "7", 1);
@@ -192,35 +180,29 @@ TEST(Servers, WhatCannotBeServedOrReachedSaysSoAndLeavesNothingOpen) {
         EXPECT_EQ(GetCapturedStdout(), "RTF: Backlog set to 7\n");
         EXPECT_EQ(GetCapturedStderr(), "ERROR: OS could not create socket.\n");
 
-        const struct {
-            const char* host;
-            int port;
-            errstatus cause;
-        } peers[] = {{"127.0.0.1", 1, errRefused},
-                     {"127.0.0.1", 65536 + holder.GetPort(), errInvalid},
-                     {"127.0.0.1", -1, errInvalid},
-                     {"no-such-host.invalid", 1, errNoAddress},
-                     {"", 1, errNoAddress}};
-        for (const auto& row : peers) {
-            EXPECT_EQ(psockServer::Connect(row.host, row.port), nullptr) << row.host;
-            EXPECT_EQ(errMapError(), row.cause) << row.host << ' ' << row.port;
+        using Peer = std::tuple<const char*, int, errstatus>;
+        for (const auto& [host, port, cause] : {Peer{"127.0.0.1", 1, errRefused},
+                                                {"127.0.0.1", 65536 + 80, errInvalid},
+                                                {"127.0.0.1", -1, errInvalid},
+                                                {"no-such-host.invalid", 1, errNoAddress},
+                                                {"", 1, errNoAddress}}) {
+            EXPECT_EQ(psockServer::Connect(host, port), nullptr) << host;
+            EXPECT_EQ(errMapError(), cause) << host << ' ' << port;
         }
     }
     EXPECT_EQ(support::OpenDescriptors(), before);
 }
 
 TEST(Servers, AFailedWaitIsReportedAndEndsTheLoop) {
-    const struct {
-        int msec;
-        const char* time;
-    } rows[] = {{-1, "(0,0)\nmsec = -1"}, {1500, "(1,500000)\nmsec = 1500"}};
-    for (const auto& row : rows) {
+    using Row = std::pair<int, std::string>;
+    for (const auto& [msec, time] :
+         {Row{-1, "(0,0)\nmsec = -1"}, {1500, "(1,500000)\nmsec = 1500"}}) {
         CaptureStdout();
         CaptureStderr();
-        Unused().WaitAndProcess(row.msec);
+        Unused().WaitAndProcess(msec);
         EXPECT_EQ(GetCapturedStderr(), "Socket failed: : Bad file descriptor\n");
-        EXPECT_EQ(GetCapturedStdout(), "Failure on connection's socket: 35\nwaittime = " +
-                                           std::string(row.time) + "\nLastError = 9\n");
+        EXPECT_EQ(GetCapturedStdout(),
+                  "Failure on connection's socket: 35\nwaittime = " + time + "\nLastError = 9\n");
     }
     EXPECT_TRUE(Unused().AcceptAndExecute()) << "nothing to accept on: the loop is to end";
 }
@@ -327,7 +309,7 @@ TEST(Streams, SocketsBeyondTheSizeOfASetWork) {
     while (dup(0) < FD_SETSIZE + 64)
         ;
     const Pair pair;
-    ExpectTalk(pair);
+    ASSERT_TRUE(pair.client);
     struct {
         fd_set set;
         char behind[512] = {};

@@ -6,6 +6,7 @@
 #include <cstring>
 #include <string>
 #include <thread>
+#include <tuple>
 
 #include <gtest/gtest.h>
 
@@ -41,13 +42,10 @@ private:
 
 TEST(StreamBuffers, CallTheirHooksForWholeAreas) {
     char given[9];
-    const struct {
-        char* buffer;
-        int size;
-        const char* calls;
-    } rows[] = {{nullptr, 4, "w4 w4 w2 r4 w1 r4 r4 "}, {given, 9, "w5 w5 r4 w1 r4 r4 "}};
-    for (const auto& row : rows) {
-        Hooked buffer(row.size, row.buffer);
+    using Row = std::tuple<char*, int, const char*>;
+    for (const auto& [area, size, calls] :
+         {Row{nullptr, 4, "w4 w4 w2 r4 w1 r4 r4 "}, {given, 9, "w5 w5 r4 w1 r4 r4 "}}) {
+        Hooked buffer(size, area);
         buffer.incoming = "abcdefg";
         std::iostream stream(&buffer);
         stream << "0123456789" << std::flush;
@@ -59,8 +57,8 @@ TEST(StreamBuffers, CallTheirHooksForWholeAreas) {
         stream >> rest;
         EXPECT_TRUE(stream.eof());
         EXPECT_EQ(rest + buffer.sent, "bcdefg0123456789!");
-        EXPECT_EQ(buffer.calls, row.calls);
-        EXPECT_EQ(buffer.SetBufferSize(2), row.buffer == nullptr);
+        EXPECT_EQ(buffer.calls, calls);
+        EXPECT_EQ(buffer.SetBufferSize(2), area == nullptr);
     }
 }
 
