@@ -82,7 +82,7 @@ inline void proMutex::AddContenders(int amount) {
         seen = std::bit_cast<Guarded>(bits);
     }
     LockTryHandle();
-    Write(contenders, contenders + amount);
+    Write(contenders, Read(contenders) + amount);
     UnlockTryHandle();
 }
 
@@ -115,7 +115,7 @@ bool proMutex::TryLock() {
         return true;
     }
     LockTryHandle();
-    if (contenders != 0) {
+    if (Read(contenders) != 0) {
         UnlockTryHandle();
         return false;
     }
