@@ -84,9 +84,12 @@ void Thread::Drop() {
 }
 
 unsigned int Thread::WaitId() {
-    while (id.load() == 0)
-        FutexWait(id, 0, Deadline::Never());
-    return id.load();
+    std::uint32_t known = 0;
+    if (id.compare_exchange_strong(known, askedId))
+        known = askedId;
+    for (; known == askedId; known = id)
+        FutexWait(id, askedId, Deadline::Never());
+    return known;
 }
 
 bool Thread::WaitEnded(const Deadline& deadline) {
@@ -151,8 +154,8 @@ void* Thread::Main(void* word) {
     current = thread;
     endGuard.thread = thread;
     Introduce(thread);
-    thread->id = static_cast<std::uint32_t>(self.id);
-    FutexWake(thread->id, 1);
+    if (thread->id.exchange(static_cast<std::uint32_t>(self.id)) == askedId)
+        FutexWake(thread->id, 1);
     Frame frame;
     thread->frame = &frame;
     UnblockSignal(frame.mask);

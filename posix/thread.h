@@ -83,6 +83,7 @@ private:
     };
 
     static thread_local EndGuard endGuard;
+    static constexpr std::uint32_t askedId = 0xFFFFFFFF;
 
     static void* Main(void* word);
     unsigned int RunUnlessStopped();
@@ -108,7 +109,7 @@ private:
     std::atomic<std::uint32_t> holders{2}; ///< the handle and the thread
     std::atomic<std::uint32_t> ended{0};   ///< 1 once ended, 2 while somebody sleeps on it
     std::atomic<std::uint32_t> order{Idle};
-    std::atomic<std::uint32_t> id{0};
+    std::atomic<std::uint32_t> id{0}; ///< 0 until it is told, askedId while somebody sleeps on it
     std::atomic<int> phase{Starting};
     std::atomic<int> reaper{Nobody};
     EndEvent endEvent;

@@ -182,6 +182,7 @@ bool Thread::Watch() {
         if (!order.compare_exchange_strong(asked, next))
             return true;
         asked = next;
+        Send(); // the ticker may be one too many for the system
         AwaitAnswer(asked, Deadline::In(answerPatience));
     }
     return !order.compare_exchange_strong(asked, Idle);
@@ -260,25 +261,27 @@ bool Thread::Terminate(unsigned int code) {
         errno = EBUSY;
         return false;
     }
-    Hold();
     int expected = Nobody;
-    const bool isFirst = reaper.compare_exchange_strong(expected, Stopper);
-    bool isGone = false;
-    if (isFirst) {
-        stopCode = code;
-        isGone = Stop() && Reap();
-        expected = Stopper;
-        if (!isGone && !reaper.compare_exchange_strong(expected, Nobody))
-            pthread_detach(identity);
-    } else {
-        isGone = WaitEnded(Deadline::In(answerPatience)); // another thread stops it, or it ends
+    if (!reaper.compare_exchange_strong(expected, Stopper)) {
+        // It ends by itself, or another thread stops it.
+        const bool isGone = WaitEnded(Deadline::In(answerPatience));
+        if (!isGone)
+            errno = ETIMEDOUT;
+        return isGone;
     }
-    // A signal that is still under way needs the record.
-    if (isGone || order != Raw)
+    Hold();
+    stopCode = code;
+    if (Stop() && Reap()) {
         Drop();
-    if (!isGone)
-        errno = ETIMEDOUT;
-    return isGone;
+        return true;
+    }
+    expected = Stopper;
+    if (!reaper.compare_exchange_strong(expected, Nobody))
+        pthread_detach(identity);
+    else if (order != Raw)
+        Drop(); // in all other cases a signal may still be under way, and needs the record
+    errno = ETIMEDOUT;
+    return false;
 }
 
 } // namespace posix

@@ -25,9 +25,9 @@
 /// Stops a thread at once, in a busy loop and in a blocked call alike, and gives it the exit code.
 /// Of its frames nothing is unwound, and what they hold stays held; destructors of thread-local
 /// objects run. True means that the thread is gone, also when it ended by itself; a thread that
-/// never got to run never will. False: no thread, or one that could not be stopped within a
-/// second or so, because it blocks every signal or the program uses zelTerminateSignal() itself;
-/// it then runs on. While the thread is inside the C library or the allocator its stop is put
+/// never got to run never will. False: no thread, or one that could not be stopped within a few
+/// seconds, because it blocks every signal or the program uses zelTerminateSignal() itself; it
+/// then runs on. While the thread is inside the C library or the allocator its stop is put
 /// off, for 250 ms of running at the most. A thread that stops itself does not come back.
 ///
 /// A thread inside TerminateThread cannot be stopped until its call is over.
