@@ -14,10 +14,11 @@
 #include <thread>
 #include <vector>
 
-#include <pthread.h>
 #include <signal.h>
 #include <sys/resource.h>
+#include <sys/syscall.h>
 #include <time.h>
+#include <unistd.h>
 
 namespace support {
 
@@ -87,17 +88,21 @@ long long MillisecondsOf(Call call) {
     return std::chrono::duration_cast<std::chrono::milliseconds>(took).count();
 }
 
-/// Interrupts the thread that makes it, about a thousand times a second, in whatever call it is.
+/// Interrupts the thread that makes it, or every thread of the process, about a thousand times a
+/// second, in whatever call it is.
 class SignalStorm {
 public:
-    SignalStorm() {
+    explicit SignalStorm(bool everywhere = false) {
         struct sigaction action {};
         action.sa_handler = [](int) { ++Hits(); };
         sigaction(SIGURG, &action, &former);
-        storm = std::thread([this, target = pthread_self()] {
+        storm = std::thread([this, everywhere, maker = gettid()] {
             const timespec pause{0, 1000000};
             for (; !over; nanosleep(&pause, nullptr))
-                pthread_kill(target, SIGURG);
+                for (const auto& task : std::filesystem::directory_iterator("/proc/self/task"))
+                    if (const pid_t id = std::stoi(task.path().filename());
+                        everywhere || id == maker)
+                        syscall(SYS_tgkill, getpid(), id, SIGURG);
         });
     }
     SignalStorm(const SignalStorm&) = delete;

@@ -1,16 +1,17 @@
 // SPDX-License-Identifier: MIT
 //
-// Threads with a function as their body, for the families that need threads.
+// Threads with a function as their body, and the conditions that they are tested under.
 #ifndef PLINTH_TESTS_TASKS_H
 #define PLINTH_TESTS_TASKS_H
 
-#include <chrono>
 #include <functional>
-#include <thread>
+#include <optional>
 
+#include <gtest/gtest.h>
 #include <pthread.h>
 
 #include "pmtask.h"
+#include "tests/support.h"
 
 namespace tasks {
 
@@ -40,6 +41,11 @@ bool Eventually(Condition condition) {
     return true;
 }
 
+inline long Threads() {
+    using Walk = std::filesystem::directory_iterator;
+    return std::distance(Walk("/proc/self/task"), Walk());
+}
+
 /// Runs `call` while no thread can be started: the default stack is too large for any.
 template <typename Call>
 void WithHopelessStacks(Call call) {
@@ -50,6 +56,26 @@ void WithHopelessStacks(Call call) {
     pthread_setattr_default_np(&hopeless);
     call();
     pthread_setattr_default_np(&former);
+}
+
+/// Rough: every thread is interrupted all the time, and the process has 40 descriptors in all.
+class Weather : public testing::TestWithParam<bool> {
+protected:
+    Weather() {
+        std::thread([] {}).join(); // a sanitizer may start one of its own beside the first
+        if (GetParam()) {
+            limit.emplace(40);
+            storm.emplace(true);
+        }
+    }
+
+private:
+    std::optional<support::DescriptorLimit> limit;
+    std::optional<support::SignalStorm> storm;
+};
+
+inline std::string NameOf(const testing::TestParamInfo<bool>& weather) {
+    return weather.param ? "Rough" : "Calm";
 }
 
 } // namespace tasks
