@@ -27,7 +27,6 @@
 
 #include "tests/support.h"
 #include "tests/tasks.h"
-#include "tests/weather.h"
 
 namespace {
 
@@ -328,11 +327,11 @@ TEST(Process, StartsAsFastFromALargeProcess) {
     munmap(block, size);
 }
 
-using Processes = support::WeatherTest;
+class Processes : public tasks::Weather {};
 
 TEST_P(Processes, StartFromManyThreadsWithoutHoldingEachOthersPipes) {
     const long before = support::OpenDescriptors();
-    std::vector<std::thread> threads(GetParam() == support::Weather::FewDescriptors ? 3 : 16);
+    std::vector<std::thread> threads(GetParam() ? 3 : 16);
     std::atomic<std::size_t> right{0};
     for (std::thread& thread : threads)
         thread = std::thread([&] {
@@ -395,6 +394,6 @@ TEST_P(Processes, FillTheirPipesInAnyOrderAgainstOneThread) {
     EXPECT_EQ(texts[1], std::string(size, '\0') + "1048576\n");
 }
 
-INSTANTIATE_TEST_SUITE_P(In, Processes, support::allWeathers, support::NameOf);
+INSTANTIATE_TEST_SUITE_P(Weather, Processes, testing::Bool(), tasks::NameOf);
 
 } // namespace
