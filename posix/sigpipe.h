@@ -11,8 +11,8 @@
 namespace posix {
 
 /// write, retried when interrupted. A broken pipe is -1 with EPIPE and nothing else: SIGPIPE is
-/// blocked for this thread meanwhile and taken away if this call raised it. One that the host
-/// had pending stays pending, and the mask is put back as it was.
+/// blocked for this thread meanwhile and taken away if this call raised it. What the host had
+/// pending, for this thread or for the process, stays so, and the mask is put back as it was.
 ssize_t WriteWithoutSignal(int descriptor, const void* data, size_t size);
 
 } // namespace posix

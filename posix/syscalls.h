@@ -15,6 +15,7 @@
 #include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 namespace sys {
@@ -91,8 +92,12 @@ inline int sigaction(int signal, const struct sigaction* action, struct sigactio
 inline int sigpending(sigset_t* set) {
     return ::sigpending(set);
 }
-inline int sigtimedwait(const sigset_t* set, const timespec* wait) {
-    return ::sigtimedwait(set, nullptr, wait);
+inline int sigtimedwait(const sigset_t* set, siginfo_t* info, const timespec* wait) {
+    return ::sigtimedwait(set, info, wait);
+}
+/// To the calling thread.
+inline int tgsigqueue(int signal, siginfo_t* info) {
+    return static_cast<int>(::syscall(SYS_rt_tgsigqueueinfo, ::getpid(), ::gettid(), signal, info));
 }
 
 /// Calls `call` again for as long as a signal interrupts it. In the end errno has changed only if
