@@ -1,14 +1,47 @@
 // SPDX-License-Identifier: MIT
 #include "execproc.h"
 
+#include <utility>
+
 namespace {
 
 /// Takes a stream down with its buffer and its pipe end: the other side sees the end of the data
 /// only when nobody here holds the end any more.
 template <typename Stream>
-void Discard(Stream* stream) {
+void Discard(Stream*& stream) {
     if (stream != nullptr)
-        DeletePipe(stream);
+        DeletePipe(std::exchange(stream, nullptr));
+}
+
+/// Three pipes, or as many as there are so far. Whatever nobody has taken goes with it, in the
+/// order of the fields.
+struct Pipes {
+    Pipes() = default;
+    Pipes(const Pipes&) = delete;
+    Pipes& operator=(const Pipes&) = delete;
+    ~Pipes() {
+        Discard(stdinWrite);
+        Discard(stdinRead);
+        Discard(stdoutWrite);
+        Discard(stdoutRead);
+        Discard(stderrWrite);
+        Discard(stderrRead);
+    }
+
+    oPipeStream* stdinWrite = nullptr;
+    iPipeStream* stdinRead = nullptr;
+    oPipeStream* stdoutWrite = nullptr;
+    iPipeStream* stdoutRead = nullptr;
+    oPipeStream* stderrWrite = nullptr;
+    iPipeStream* stderrRead = nullptr;
+};
+
+/// Leaves a stream to the caller, or to nobody where the caller does not want it.
+template <typename Stream>
+void Hand(Stream*& stream, Stream** target) {
+    Stream* const given = std::exchange(stream, nullptr);
+    if (target != nullptr)
+        *target = given;
 }
 
 } // namespace
@@ -24,47 +57,22 @@ errstatus CreateChildProcessWithPipes(iPipeStream* in, oPipeStream* out, oPipeSt
 
 errstatus OpenPipeWithChildProc(oPipeStream** toChild, iPipeStream** fromChild,
                                 iPipeStream** errorFromChild, ExecProcess* process) {
-    oPipeStream* stdinWrite = nullptr;
-    iPipeStream* stdinRead = nullptr;
-    errstatus status = CreatePipeSt(&stdinWrite, &stdinRead);
+    Pipes pipes;
+    errstatus status = CreatePipeSt(&pipes.stdinWrite, &pipes.stdinRead);
+    if (status == errOK)
+        status = CreatePipeSt(&pipes.stdoutWrite, &pipes.stdoutRead);
+    if (status == errOK)
+        status = CreatePipeSt(&pipes.stderrWrite, &pipes.stderrRead);
+    if (status == errOK)
+        status = CreateChildProcessWithPipes(pipes.stdinRead, pipes.stdoutWrite, pipes.stderrWrite,
+                                             process);
     if (status != errOK)
         return status;
-    oPipeStream* stdoutWrite = nullptr;
-    iPipeStream* stdoutRead = nullptr;
-    status = CreatePipeSt(&stdoutWrite, &stdoutRead);
-    if (status != errOK) {
-        Discard(stdinWrite);
-        Discard(stdinRead);
-        return status;
-    }
-    oPipeStream* stderrWrite = nullptr;
-    iPipeStream* stderrRead = nullptr;
-    status = CreatePipeSt(&stderrWrite, &stderrRead);
-    if (status != errOK) {
-        Discard(stdinWrite);
-        Discard(stdinRead);
-        Discard(stdoutWrite);
-        Discard(stdoutRead);
-        return status;
-    }
-    status = CreateChildProcessWithPipes(stdinRead, stdoutWrite, stderrWrite, process);
-    if (status != errOK) {
-        Discard(stdinWrite);
-        Discard(stdinRead);
-        Discard(stdoutWrite);
-        Discard(stdoutRead);
-        Discard(stderrWrite);
-        Discard(stderrRead);
-        return status;
-    }
-    Discard(stdinRead);
-    Discard(stdoutWrite);
-    Discard(stderrWrite);
-    if (toChild != nullptr)
-        *toChild = stdinWrite;
-    if (fromChild != nullptr)
-        *fromChild = stdoutRead;
-    if (errorFromChild != nullptr)
-        *errorFromChild = stderrRead;
+    Discard(pipes.stdinRead);
+    Discard(pipes.stdoutWrite);
+    Discard(pipes.stderrWrite);
+    Hand(pipes.stdinWrite, toChild);
+    Hand(pipes.stdoutRead, fromChild);
+    Hand(pipes.stderrRead, errorFromChild);
     return errOK;
 }
