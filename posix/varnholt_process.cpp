@@ -4,6 +4,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <utility>
 
 #include "outside/varnholt/events.h"
 #include "outside/win32/handles.h"
@@ -21,14 +22,19 @@ constexpr long codeNotKnown = -1; ///< of a child that the host has collected
 ///
 /// One lock guards all of them; nothing blocks under it. The children whose end is not recorded
 /// yet stand in a table by their id, also after their record was let go, so that no signal is
-/// sent to an id that is another's by now, and no child is left uncollected.
+/// sent to an id that is another's by now, and no child is left uncollected. Beside the table the
+/// handle holds the record, and so does every event.
 class Child : public posix::HandleObject {
 public:
+    using Pointer = std::shared_ptr<Child>;
+
     /// Starts a child; 0, or the reason why there is none.
     static int Launch(char* const* words, const int (&standard)[3], bool ownSession, void** process,
                       unsigned long* id);
     /// The child of that id whose end is not recorded, or null.
-    static Child* Find(unsigned long id);
+    static Pointer Find(unsigned long id);
+    /// The record behind a handle, or null with the error set for a word that stands for none.
+    static Pointer Of(void* process);
 
     static std::mutex& Lock();
 
@@ -42,7 +48,7 @@ public:
     void ReleaseHandle() override;
 
 private:
-    using Table = std::map<pid_t, Child*>;
+    using Table = std::map<pid_t, Pointer>;
 
     static Table& Children();
     static void CollectAbandoned();
@@ -54,7 +60,7 @@ private:
 
     pid_t pid = 0;
     bool ended = false;
-    bool abandoned = false; ///< the record was let go while the child ran
+    Pointer self; ///< as the handle holds it; empty once the record was let go
     long code = codeNotKnown;
     posix::SharedDescriptor end = posix::NoDescriptor(); ///< of the process, until it has ended
 };
@@ -74,9 +80,9 @@ Child::Table& Child::Children() {
 int Child::Launch(char* const* words, const int (&standard)[3], bool ownSession, void** process,
                   unsigned long* id) {
     // Whatever needs memory comes before the child, so that none can be lost for want of it.
-    auto child = std::make_unique<Child>();
+    const Pointer child = std::make_shared<Child>();
     Table entry;
-    entry.emplace(0, child.get());
+    entry.emplace(0, child);
     Table::node_type node = entry.extract(entry.begin());
 
     std::unique_lock<std::mutex> lock(Lock());
@@ -87,32 +93,41 @@ int Child::Launch(char* const* words, const int (&standard)[3], bool ownSession,
         return error;
     lock.lock();
     child->pid = started;
-    if (Child* const former = Find(static_cast<unsigned long>(started))) {
-        // The number is used again, so the host has collected that one unseen.
-        former->RecordEnd(codeNotKnown);
-        if (former->abandoned)
-            delete former;
-    }
+    if (const Pointer former = Find(static_cast<unsigned long>(started)))
+        former->RecordEnd(
+            codeNotKnown); // the number is used again: the host has collected that one
     node.key() = started;
     Children().insert(std::move(node));
     child->OpenDescriptor();
     *id = static_cast<unsigned long>(started);
-    *process = static_cast<posix::HandleObject*>(child.release());
+    child->self = child;
+    *process = static_cast<posix::HandleObject*>(child.get());
     return 0;
 }
 
-Child* Child::Find(unsigned long id) {
+Child::Pointer Child::Find(unsigned long id) {
     const auto found = Children().find(static_cast<pid_t>(id));
     return found == Children().end() ? nullptr : found->second;
+}
+
+Child::Pointer Child::Of(void* process) {
+    Child* child = nullptr;
+    if ((reinterpret_cast<long>(process) & 1) == 0)
+        child = dynamic_cast<Child*>(static_cast<posix::HandleObject*>(process));
+    if (child == nullptr) {
+        errno = ESRCH;
+        return nullptr;
+    }
+    return child->self;
 }
 
 /// Collects the children that have ended since their record was let go.
 void Child::CollectAbandoned() {
     for (auto at = Children().begin(); at != Children().end();) {
-        Child* const child = (at++)->second;
+        const Pointer child = (at++)->second;
         long unused = 0;
-        if (child->abandoned && child->HasEnded(true, &unused))
-            delete child;
+        if (!child->self)
+            child->HasEnded(true, &unused);
     }
 }
 
@@ -132,7 +147,8 @@ void Child::RecordEnd(long exitCode) {
     ended = true;
     code = exitCode;
     end.reset();
-    if (const auto found = Children().find(pid); found != Children().end() && found->second == this)
+    if (const auto found = Children().find(pid);
+        found != Children().end() && found->second.get() == this)
         Children().erase(found);
 }
 
@@ -203,21 +219,9 @@ posix::SharedDescriptor Child::EndDescriptor() {
 void Child::ReleaseHandle() {
     const sys::KeepErrno keep;
     const std::lock_guard<std::mutex> guard(Lock());
+    const Pointer last = std::move(self);
     long unused = 0;
-    if (HasEnded(true, &unused))
-        delete this;
-    else
-        abandoned = true;
-}
-
-/// The record behind a handle, or null with the error set for a word that stands for none.
-Child* ChildOf(void* process) {
-    Child* child = nullptr;
-    if ((reinterpret_cast<long>(process) & 1) == 0)
-        child = dynamic_cast<Child*>(static_cast<posix::HandleObject*>(process));
-    if (child == nullptr)
-        errno = ESRCH;
-    return child;
+    HasEnded(true, &unused);
 }
 
 } // namespace
@@ -238,7 +242,7 @@ bool Process_Launch(void** process, unsigned long* id, const char* command, void
 }
 
 bool Process_Wait(void* process, long* code, bool wait, bool collect) {
-    Child* const child = ChildOf(process);
+    const Child::Pointer child = Child::Of(process);
     if (child == nullptr)
         return false;
     std::unique_lock<std::mutex> lock(Child::Lock());
@@ -254,7 +258,7 @@ AliveStatus Process_GetStatus(void* process) {
 }
 
 bool Process_GetExitCode(void* process, long* code) {
-    Child* const child = ChildOf(process);
+    const Child::Pointer child = Child::Of(process);
     if (child == nullptr)
         return false;
     const std::lock_guard<std::mutex> guard(Child::Lock());
@@ -265,7 +269,7 @@ bool Process_GetExitCode(void* process, long* code) {
 }
 
 bool Process_Kill(void* process) {
-    Child* const child = ChildOf(process);
+    const Child::Pointer child = Child::Of(process);
     if (child == nullptr)
         return false;
     const std::lock_guard<std::mutex> guard(Child::Lock());
@@ -274,7 +278,7 @@ bool Process_Kill(void* process) {
 
 bool Process_Interrupt(unsigned long id) {
     const std::lock_guard<std::mutex> guard(Child::Lock());
-    if (Child* const child = Child::Find(id))
+    if (const Child::Pointer child = Child::Find(id))
         return child->Signal(SIGINT);
     errno = ESRCH;
     return false;
@@ -286,13 +290,14 @@ void Process_Free(void* process) {
 
 zelPROCESSEvent::zelPROCESSEvent(void* process) {
     const sys::KeepErrno keep;
-    Child* const child = ChildOf(process);
-    if (child == nullptr)
-        return;
-    const std::lock_guard<std::mutex> guard(Child::Lock());
-    end = child->EndDescriptor();
+    watched = Child::Of(process);
 }
 
 int zelPROCESSEvent::GetDescriptor() {
+    if (watched && (!end || *end == -1)) {
+        const sys::KeepErrno keep;
+        const std::lock_guard<std::mutex> guard(Child::Lock());
+        end = static_cast<Child*>(watched.get())->EndDescriptor();
+    }
     return end ? *end : -1;
 }

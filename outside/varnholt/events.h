@@ -73,7 +73,8 @@ public:
     int GetDescriptor() override;
 
 private:
-    std::shared_ptr<int> end; ///< shared with the record
+    std::shared_ptr<void> watched; ///< the record
+    std::shared_ptr<int> end;      ///< the descriptor, once it was asked for
 };
 
 class ZEL_EXPORT zelEvent {
