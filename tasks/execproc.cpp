@@ -8,14 +8,20 @@
 #include "outside/varnholt/streambuf.h"
 #include "outside/win32/handles.h"
 
+// Spelled out, so that it is data and no code: the initialisers of other files may use it.
+void* badIOCtrlHandle = reinterpret_cast<void*>(-1L);
+
 namespace {
 
-void* const noStream = zelHandleOfDescriptor(-1);
-void* const noProcess = zelHandleOfDescriptor(-1);
+void* NoStream() {
+    return zelHandleOfDescriptor(-1);
+}
+
+void* NoProcess() {
+    return zelHandleOfDescriptor(-1);
+}
 
 } // namespace
-
-void* badIOCtrlHandle = zelHandleOfDescriptor(-1);
 
 iAssignableStream::iAssignableStream(std::basic_fstream<char>& file)
     : stream(&file), ctrlHandle(zelHandleOfFile(*file.rdbuf())) {}
@@ -40,9 +46,9 @@ oAssignableStream::oAssignableStream(oPipeStream& pipe)
 oAssignableStream::~oAssignableStream() = default;
 
 ExecProcess::ExecProcess(const char* commandLine, unsigned int streamFlags)
-    : process(noProcess), processId(0), reaped(true), coutToAssign((streamFlags & 2) != 0),
+    : process(NoProcess()), processId(0), reaped(true), coutToAssign((streamFlags & 2) != 0),
       cinToAssign((streamFlags & 1) != 0), cerrToAssign((streamFlags & 4) != 0),
-      coutHandle(noStream), cinHandle(noStream), cerrHandle(noStream),
+      coutHandle(NoStream()), cinHandle(NoStream()), cerrHandle(NoStream()),
       command(strdup(commandLine)) {
     exitStatus.setAlive();
 }
@@ -54,10 +60,10 @@ ExecProcess::~ExecProcess() {
 
 /// Releases the record. One that a wait has finished is only what is remembered of the child.
 void ExecProcess::LetGo() {
-    void* const record = std::exchange(process, noProcess);
+    void* const record = std::exchange(process, NoProcess());
     if (!reaped)
         Process_Free(record);
-    else if (record != noProcess)
+    else if (record != NoProcess())
         CloseHandle(record);
 }
 
@@ -85,7 +91,7 @@ bool ExecProcess::Start(bool flag) {
 }
 
 bool ExecProcess::Launch(int mode) {
-    void* record = noProcess;
+    void* record = NoProcess();
     unsigned long id = 0;
     if (!Process_Launch(&record, &id, command, nullptr, cinHandle, coutHandle, cerrHandle, mode))
         return false;
