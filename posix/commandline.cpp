@@ -11,6 +11,11 @@ bool IsBlank(char c) {
     return c == ' ' || c == '\t' || c == '\n';
 }
 
+/// A newline that is taken away: the line goes on.
+bool IsContinuation(const char* text) {
+    return text[0] == '\\' && text[1] == '\n';
+}
+
 } // namespace
 
 CommandLine::CommandLine(const char* text) {
@@ -20,8 +25,8 @@ CommandLine::CommandLine(const char* text) {
     bytes.resize(std::strlen(text) + 1);
     char* to = bytes.data();
     for (;;) {
-        while (IsBlank(*text))
-            ++text;
+        while (IsBlank(*text) || IsContinuation(text))
+            text += IsBlank(*text) ? 1 : 2;
         if (*text == '\0')
             break;
         words.push_back(to);
@@ -31,6 +36,8 @@ CommandLine::CommandLine(const char* text) {
                 quote = '\0';
             } else if (quote == '\0' && (*text == '\'' || *text == '"')) {
                 quote = *text;
+            } else if (quote != '\'' && IsContinuation(text)) {
+                ++text;
             } else if (*text == '\\' && text[1] != '\0' &&
                        (quote == '\0' || (quote == '"' && std::strchr("$`\"\\", text[1])))) {
                 *to++ = *++text;

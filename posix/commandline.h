@@ -9,8 +9,9 @@
 namespace posix {
 
 /// Splits like a POSIX shell (IEEE 1003.1, 2.2 Quoting), without any expansion: words end at
-/// blanks; a backslash takes the next character as it is; nothing is special between single
-/// quotes, and between double quotes only a backslash before $, `, " or itself is.
+/// blanks; a backslash takes the next character as it is, and a newline away with itself; nothing
+/// is special between single quotes, and between double quotes only a backslash before $, `, ",
+/// newline or itself is.
 class CommandLine {
 public:
     explicit CommandLine(const char* text);

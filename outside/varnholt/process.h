@@ -17,8 +17,8 @@
 enum AliveStatus { psEnded = 0, psAlive = 1 };
 
 /// Starts `command`. It is split into words like a POSIX shell does it (blanks; '...', "...",
-/// backslash), but nothing is expanded and no shell is asked: operators are ordinary characters.
-/// The first word is looked up on PATH.
+/// backslash, which takes a newline behind it away), but nothing is expanded and no shell is asked:
+/// operators are ordinary characters. The first word is looked up on PATH.
 ///
 /// `in`, `out` and `err` are the descriptors' handles for the three standard streams; -1 leaves
 /// that stream as it is in this process. The child gets nothing else: every other descriptor is
