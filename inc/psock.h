@@ -130,9 +130,9 @@ public:
     /// Accepts a connection and gives what Execute says to it.
     ///
     /// An accept that fails is tried again: at once if only that connection was lost, with a
-    /// line; after a while, from 10 milliseconds up to a second, as long as descriptors or memory
-    /// have run out, with one line a second at the most. Where the listening socket cannot accept
-    /// at all, the result is true and ends the loop.
+    /// line; after a while, from 10 milliseconds up to a second, for any other cause, such as
+    /// descriptors or memory that have run out, with one line a second at the most. Where there
+    /// is no socket that listens, the result is true and ends the loop.
     bool AcceptAndExecute();
 
     /// The loop: waits `msec` milliseconds (-1 for ever, 0 not at all), then calls

@@ -56,23 +56,23 @@ int Backlog() {
 }
 
 /// What can be done about a failed accept.
-enum class Remedy { TryAgain, WaitForResources, None };
+enum class Remedy { TryAgain, Wait, None };
 
 Remedy RemedyFor(errstatus failure) {
     switch (failure) {
-    case errTooManyOpen:
-    case errNoMemory:
-        return Remedy::WaitForResources;
     case errBadHandle:
     case errInvalid:
-    case errNotSupported:
         return Remedy::None;
+    case errReset:
+    case errTimedOut:
+    case errUnreachable:
+        return Remedy::TryAgain; // the one connection is lost and gone from the queue
     default:
-        return Remedy::TryAgain;
+        return Remedy::Wait; // what failed may fail for long, and the queue stays as it is
     }
 }
 
-/// The wait until resources may be there again, with the line that says so.
+/// The wait until a cause may have passed, with the line that says so.
 class BackOff {
 public:
     bool LineIsDue() {
@@ -212,7 +212,7 @@ bool psockServer::AcceptAndExecute() {
             return true;
         if (remedy == Remedy::TryAgain || backOff.LineIsDue())
             zel_printf("Can't make connection in psockServer...trying again. \n");
-        if (remedy == Remedy::WaitForResources)
+        if (remedy == Remedy::Wait)
             backOff.Pause();
     }
 }
