@@ -18,6 +18,7 @@
 #include <cstddef>
 #include <cstring>
 #include <iosfwd>
+#include <type_traits>
 
 #include <string.h> // ::strpbrk(char*, const char*), which belongs to the functions at the end
 
@@ -52,6 +53,9 @@ public:
     dsString(const char* a, const char* b);
     /// The first `maxLength` bytes of `s`, or all of them.
     dsString(const char* s, unsigned int maxLength);
+    /// A literal 0 is a number here; without this it could be a null pointer as well.
+    template <typename Int, typename = std::enable_if_t<std::is_same_v<Int, int>>>
+    dsString(const char* s, Int maxLength) : dsString(s, static_cast<unsigned int>(maxLength)) {}
     /// The native form of `w`; an empty string for text that the locale cannot express.
     dsString(const wchar_t* w);
     dsString(const dsString&) = delete;
@@ -65,8 +69,12 @@ public:
     /// Takes the characters of `stream` up to its end or its first NUL, which is taken as well.
     dsString& operator=(std::strstream& stream);
     dsString& operator+=(const char* s);
-    /// Appends one byte; NUL appends nothing.
+    /// Appends one byte; NUL, also as a literal 0, appends nothing.
     dsString& operator+=(char c);
+    template <typename Int, typename = std::enable_if_t<std::is_same_v<Int, int>>>
+    dsString& operator+=(Int c) {
+        return *this += static_cast<char>(c);
+    }
 
     /// Replaces the bytes from the lower of two positions up to and without the higher one. False
     /// if there is nothing to do: no range, and `s` null or empty.

@@ -169,6 +169,7 @@ TEST_F(BinaryStream, HasTheBytesOnThePageAndSurvivesEveryCut) {
                 bdtOStream out(&tight, portable);
                 value.Write(out);
                 EXPECT_EQ(out.rdstate(), whole ? 0 : int(bdtStream::badbit)) << cut;
+                EXPECT_TRUE(out.good() == whole && out.fail() != whole && in.fail() != whole);
                 EXPECT_EQ(tight.str(), bytes.substr(0, cut));
             }
             value.AsNumber([&](auto number) {
@@ -207,6 +208,10 @@ TEST_F(BinaryStream, ReportsWhatDoesNotFitAndGoesOn) {
     nowhere >> behind;
     EXPECT_EQ(behind, 7);
     EXPECT_EQ(nowhere.rdstate(), shortRead);
+    std::stringbuf later;
+    EXPECT_EQ(nowhere.rdbuf(&later), nullptr);
+    nowhere << behind;
+    EXPECT_EQ(later.str(), FromHex("00 00 00 07")) << "portable";
     const bool isLong = sizeof(long) > 4;
     const auto written = [](auto value) {
         return Written([=](bdtOStream& out) { out << value; }, 1, isLong ? bdtStream::failbit : 0);

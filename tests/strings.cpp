@@ -5,9 +5,7 @@
 
 #include <climits>
 #include <clocale>
-#include <cstdlib>
 #include <locale>
-#include <new>
 #include <random>
 #include <sstream>
 #include <string>
@@ -60,7 +58,7 @@ TEST_F(String, IsBuiltInBuffersOfExactlyItsSize) {
     expect(dsString("abc"), "abc", "4;");
     expect(dsString("abc", 2), "ab", "3;");
     expect(dsString("abc", 9), "abc", "4;");
-    expect(dsString("abc", 0u), "", "");
+    expect(dsString("abc", 0), "", "");
     expect(dsString(none, none), "", "");
     expect(dsString("a", none), "a", "2;");
     expect(dsString(none, "b"), "b", "2;");
@@ -68,6 +66,8 @@ TEST_F(String, IsBuiltInBuffersOfExactlyItsSize) {
     expect(dsString("ab") + "cd", "abcd", "3;5;");
     expect(dsString(static_cast<const wchar_t*>(nullptr)), "", "");
     expect(dsString(L""), "", "");
+    expect(dsString(L"ab"), "ab", "4;");
+    EXPECT_EQ(Strbytes("ab"), 3);
 }
 
 TEST_F(String, IsAssignedAndAppendedTo) {
@@ -83,7 +83,7 @@ TEST_F(String, IsAssignedAndAppendedTo) {
     expect(s = same, "abc", "");
     expect(s += nullptr, "abc", "");
     expect(s += "", "abc", "");
-    expect(s += '\0', "abc", "");
+    expect(s += 0, "abc", "");
     expect(s += 'd', "abcd", "5;");
     expect(s += s, "abcdabcd", "9;");
     expect(s = nullptr, "", "");
@@ -116,8 +116,11 @@ TEST_F(String, IsReadFromAndWrittenToStreams) {
     dsString s;
     for (const char* text : {"ab", "c\xff", "", ""})
         EXPECT_STREQ(s = stream, text);
+    struct : dsBaseString {
+        operator const char*() const override { return nullptr; }
+    } const none;
     std::ostringstream out;
-    out << s << dsString("x\xff") << dsString();
+    out << s << dsString("x\xff") << none << dsString();
     EXPECT_TRUE(out.good());
     EXPECT_EQ(out.str(), "x\xff");
 }
@@ -136,10 +139,14 @@ TEST_F(String, ReplacesRangesAndOccurrences) {
         const auto high = low + static_cast<unsigned int>(random() % (old.size() - low + 1));
         dsString s(old.c_str());
         std::string model = old;
+        Allocated();
+        const bool any = low != high || !with.empty();
         ASSERT_EQ(i % 2 != 0 ? s.Replace(low, high, with.c_str())
                              : s.Replace(high, low, with.c_str()),
-                  low != high || !with.empty());
-        ASSERT_EQ(Text(s), model.replace(low, high - low, with)) << old << low << high << with;
+                  any);
+        model.replace(low, high - low, with);
+        ASSERT_EQ(Allocated(), any ? std::to_string(model.size() + 1) + ";" : "");
+        ASSERT_EQ(Text(s), model) << old << low << high << with;
 
         const int limit = static_cast<int>(random() % 4) - 1;
         int count = 0;
