@@ -131,33 +131,20 @@ TEST(Messages, BlocksOfKnownLength) {
     }
 }
 
-/// Answers each message on the server's end with its own payload, until the client's end closes.
-class Echo {
-public:
-    ~Echo() {
-        pair.client.reset();
-        runs.join();
-    }
+TEST(Messages, LargeOnesUnderSignalsAndThousandsOfSmallOnes) {
     loopback::Pair pair;
-    psockStream& client = *pair.client;
-
-private:
-    std::thread runs{[this] {
+    std::thread echo([&] {
         for (bool more = true; more;) {
             Array message;
             more = Read(*pair.server, message) == errOK && Write(*pair.server, message) == errOK;
         }
-    }};
-};
-
-TEST(Messages, LargeOnesUnderSignalsAndThousandsOfSmallOnes) {
-    Echo echo;
+    });
     const auto expectTrips = [&](int count, const std::string& text) {
         Array sent(text), back;
         for (int i = 0; i < count; ++i) {
             back.Clear();
-            ASSERT_EQ(Write(echo.client, sent), errOK);
-            ASSERT_EQ(Read(echo.client, back), errOK);
+            ASSERT_EQ(Write(*pair.client, sent), errOK);
+            ASSERT_EQ(Read(*pair.client, back), errOK);
         }
         EXPECT_TRUE(back.Text() == text);
     };
@@ -171,6 +158,8 @@ TEST(Messages, LargeOnesUnderSignalsAndThousandsOfSmallOnes) {
     for (int tries = 0; best >= 1000 && tries < 5; ++tries)
         best = support::MillisecondsOf([&] { expectTrips(1000, std::string(64, 'x')); });
     EXPECT_LT(best, 1000);
+    pair.client.reset();
+    echo.join();
 }
 
 TEST(Messages, APeerThatNeverReadsHoldsTheWriterUntilItGoes) {
