@@ -14,10 +14,7 @@
 #include <vector>
 
 #include <fcntl.h>
-#include <linux/filter.h>
-#include <linux/seccomp.h>
 #include <sys/mman.h>
-#include <sys/prctl.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
@@ -275,23 +272,10 @@ TEST(Process, EndsAlsoWhereTheHostCollectsEveryChild) {
     }
 }
 
-/// Makes a system call unknown to this process, as on an old kernel.
-void Forbid(unsigned int call) {
-    sock_filter rules[] = {
-        {BPF_LD | BPF_W | BPF_ABS, 0, 0, offsetof(seccomp_data, nr)},
-        {BPF_JMP | BPF_JEQ | BPF_K, 0, 1, call},
-        {BPF_RET | BPF_K, 0, 0, SECCOMP_RET_ERRNO | ENOSYS},
-        {BPF_RET | BPF_K, 0, 0, SECCOMP_RET_ALLOW},
-    };
-    const sock_fprog program{4, rules};
-    prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0);
-    prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program);
-}
-
 TEST(Process, IsWatchedWithoutDescriptorsForProcesses) {
     EXPECT_EXIT(
         {
-            Forbid(SYS_pidfd_open);
+            support::FailCall(SYS_pidfd_open, ENOSYS); // an old kernel
             Piped child("cat");
             const std::unique_ptr<zelEvent> exit(child.process.GetExitEvent());
             bool right = !exit->IsSignaled() && child.process.IsAppAlive();

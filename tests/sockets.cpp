@@ -3,7 +3,9 @@
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
+#include <functional>
 #include <future>
+#include <optional>
 #include <string>
 #include <thread>
 #include <tuple>
@@ -18,6 +20,8 @@
 #include <poll.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <gtest/gtest.h>
@@ -34,6 +38,7 @@ using testing::internal::CaptureStderr;
 using testing::internal::CaptureStdout;
 using testing::internal::GetCapturedStderr;
 using testing::internal::GetCapturedStdout;
+using namespace std::string_literals;
 
 /// The number that the next descriptor of the process will have.
 int NextDescriptor() {
@@ -207,33 +212,59 @@ TEST(Servers, AFailedWaitIsReportedAndEndsTheLoop) {
     EXPECT_TRUE(Unused().AcceptAndExecute()) << "nothing to accept on: the loop is to end";
 }
 
-TEST(Servers, RunningOutOfDescriptorsIsWaitedOut) {
+/// Lets `runs` serve a connection that `hinder` makes unacceptable: true if it prints, and then
+/// does next to nothing. What it prints is captured.
+bool Pauses(psockServer& server, const std::function<void()>& hinder, std::thread& runs) {
+    CaptureStdout();
+    hinder();
+    runs = std::thread([&] { server.Run(); });
+    for (struct stat printed{}; printed.st_size == 0; fstat(1, &printed))
+        std::this_thread::yield();
+    const std::clock_t start = std::clock();
+    poll(nullptr, 0, 300);
+    return std::clock() - start < CLOCKS_PER_SEC / 20;
+}
+
+TEST(Servers, AnAcceptThatKeepsFailingIsTriedAgainAndDoesNotSpin) {
+    const auto saidOnce = [line = "Can't make connection in psockServer...trying again. \n"s] {
+        const std::string said = GetCapturedStdout();
+        return said == line || said == line + line; // a second has passed on a busy host
+    };
     Stream served;
     Server<psockBlockingServer> server(
         [&](Stream stream) { return served = std::move(stream), true; });
     const Stream client = server.Client();
-    int console[2];
-    ASSERT_EQ(pipe2(console, O_CLOEXEC), 0);
-    const int output = dup(1);
-    dup2(console[1], 1);
     std::thread runs;
-    {
-        const support::DescriptorLimit none(static_cast<rlim_t>(NextDescriptor()));
-        runs = std::thread([&] { server.Run(); });
-        char text[100];
-        const ssize_t length = read(console[0], text, sizeof text);
-        EXPECT_EQ(std::string(text, static_cast<std::size_t>(length)),
-                  "Can't make connection in psockServer...trying again. \n");
-        pollfd printed{console[0], POLLIN, 0};
-        const std::clock_t start = std::clock();
-        EXPECT_EQ(poll(&printed, 1, 300), 0) << "more than one line a second";
-        EXPECT_LT(std::clock() - start, CLOCKS_PER_SEC / 20) << "does not pause";
-    }
+    const auto serve = [&](int error) {
+        const auto fail = [=] { support::FailCall(SYS_accept4, error); };
+        _exit(Pauses(server, fail, runs) && saidOnce());
+    };
+    for (const int error : {EPERM, EOPNOTSUPP})
+        EXPECT_EXIT(serve(error), testing::ExitedWithCode(1), "");
+    std::optional<support::DescriptorLimit> none;
+    EXPECT_TRUE(Pauses(
+        server, [&] { none.emplace(rlim_t(NextDescriptor())); }, runs));
+    none.reset();
     runs.join();
-    dup2(output, 1);
-    EXPECT_TRUE(served && client);
-    for (const int descriptor : {output, console[0], console[1]})
-        close(descriptor);
+    EXPECT_TRUE(saidOnce() && served && client);
+}
+
+TEST(Servers, EachStepThatFailsHasItsMessage) {
+    const auto serve = [](unsigned int call, int argument, unsigned int value) {
+        const long before = support::OpenDescriptors();
+        support::FailCall(call, EAFNOSUPPORT, argument, value);
+        const bool served = Server<psockBlockingServer>(nullptr).Client() != nullptr;
+        _exit(served * 2 + (support::OpenDescriptors() == before));
+    };
+    using Row = std::tuple<unsigned int, int, unsigned int, std::string>;
+    for (const auto& [call, argument, value, complaint] :
+         {Row{SYS_setsockopt, 2, TCP_NODELAY, "ERROR: OS could not create socket.\n"},
+          {SYS_setsockopt, 2, SO_REUSEADDR, "ERROR: could not set socket options.\n"},
+          {SYS_getsockname, -1, 0, "ERROR: OS failed to obtain socket parameters.\n"},
+          {SYS_listen, -1, 0, "ERROR: OS failed to listen on socket.\n"},
+          {SYS_socket, 0, AF_INET6, ""}}) // IPv4 will do
+        EXPECT_EXIT(serve(call, argument, value),
+                    testing::ExitedWithCode(complaint.empty() * 2 + 1), testing::Eq(complaint));
 }
 
 TEST(Servers, AThousandConnectionsLeaveNothingBehind) {

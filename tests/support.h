@@ -6,6 +6,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <cstddef>
 #include <cstdlib>
 #include <filesystem>
 #include <iterator>
@@ -14,7 +15,10 @@
 #include <thread>
 #include <vector>
 
+#include <linux/filter.h>
+#include <linux/seccomp.h>
 #include <signal.h>
+#include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/syscall.h>
 #include <time.h>
@@ -78,6 +82,25 @@ public:
 private:
     rlimit former{};
 };
+
+/// Makes a system call fail with `error` from now on and for good, in this thread and those that
+/// it starts: every such call, or those whose argument of that number has the value.
+inline void FailCall(unsigned int call, int error, int argument = -1, unsigned int value = 0) {
+    const bool any = argument < 0;
+    const unsigned int number = offsetof(seccomp_data, nr), first = offsetof(seccomp_data, args);
+    const unsigned int place = any ? number : first + 8 * static_cast<unsigned int>(argument);
+    sock_filter rules[] = {
+        BPF_STMT(BPF_LD | BPF_W | BPF_ABS, number),
+        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, call, 0, 3),
+        BPF_STMT(BPF_LD | BPF_W | BPF_ABS, place),
+        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, any ? call : value, 0, 1),
+        BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | static_cast<unsigned int>(error)),
+        BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
+    };
+    const sock_fprog program{std::size(rules), rules};
+    prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0);
+    prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program);
+}
 
 /// Milliseconds that `call` takes.
 template <typename Call>
