@@ -17,7 +17,8 @@ int Strlen(const char* text) {
 }
 
 bool Getenv(const char* name, const char** value) {
-    const char* found = std::getenv(name);
+    // No name holds a '=': the C library would find the end of a value behind the start of one.
+    const char* found = std::strchr(name, '=') == nullptr ? std::getenv(name) : nullptr;
     if (found == nullptr)
         return false;
     *value = found;

@@ -28,6 +28,7 @@ protected:
         std::filesystem::current_path(folder.path);
         zelSetAbortHandler(Report);
         setenv("PLINTH_SET", "/opt/value", 1);
+        setenv("PLINTH_PAIR", "a=b", 1);
         setenv("PLINTH_EMPTY", "", 1);
         unsetenv("PLINTH_NOPE");
     }

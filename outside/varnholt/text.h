@@ -11,7 +11,7 @@
 ZEL_EXPORT int Strlen(const char* text);
 
 /// Sets `*value` to the value of the environment variable and gives true, or gives false and
-/// leaves `*value` alone. The text belongs to the environment.
+/// leaves `*value` alone, also for a name that holds a '='. The text belongs to the environment.
 ZEL_EXPORT bool Getenv(const char* name, const char** value);
 
 /// A copy of `text` for `operator delete`; null for null.
