@@ -2,7 +2,8 @@
 //
 // Sorted maps beside std::map, and beside boost::container::flat_map where it is installed:
 // finding keys that are there, at random; adding keys in order and at random. Interned strings
-// beside an std::unordered_set of strings, and comparing them beside comparing texts.
+// beside an std::unordered_set of strings and, where GLib is installed, its g_intern_string; and
+// comparing them beside comparing texts.
 #include <dsortmap.h>
 #include <dsunique.h>
 
@@ -18,6 +19,9 @@
 
 #if __has_include(<boost/container/flat_map.hpp>)
 #include <boost/container/flat_map.hpp>
+#endif
+#if __has_include(<glib.h>)
+#include <glib.h>
 #endif
 
 namespace {
@@ -112,28 +116,39 @@ std::vector<std::string> Names() {
     return names;
 }
 
+/// Looks up the names one after the other.
+template <typename Find>
+void EachName(benchmark::State& state, const std::vector<std::string>& names, Find find) {
+    std::size_t i = 0;
+    for (auto _ : state) {
+        benchmark::DoNotOptimize(find(names[i].c_str()));
+        i = i + 1 < names.size() ? i + 1 : 0;
+    }
+}
+
 void InternExisting(benchmark::State& state) {
     const std::vector<std::string> names = Names();
     std::vector<std::unique_ptr<dsUniqueString>> held;
     for (const std::string& name : names)
         held.push_back(std::make_unique<dsUniqueString>(name.c_str()));
-    std::size_t i = 0;
-    for (auto _ : state) {
-        const dsUniqueString same(names[i].c_str());
-        benchmark::DoNotOptimize(same.GiveString());
-        i = i + 1 < names.size() ? i + 1 : 0;
-    }
+    EachName(state, names, [](const char* name) { return dsUniqueString(name).GiveString(); });
 }
 
 void FindInUnorderedSet(benchmark::State& state) {
     const std::vector<std::string> names = Names();
     const std::unordered_set<std::string> held(names.begin(), names.end());
-    std::size_t i = 0;
-    for (auto _ : state) {
-        benchmark::DoNotOptimize(held.find(names[i].c_str()));
-        i = i + 1 < names.size() ? i + 1 : 0;
-    }
+    EachName(state, names, [&](const char* name) { return held.find(name); });
 }
+
+#if __has_include(<glib.h>)
+void InternExistingInGLib(benchmark::State& state) {
+    const std::vector<std::string> names = Names();
+    for (const std::string& name : names)
+        g_intern_string(name.c_str());
+    EachName(state, names, [](const char* name) { return g_intern_string(name); });
+}
+BENCHMARK(InternExistingInGLib);
+#endif
 
 void CompareInterned(benchmark::State& state) {
     const dsUniqueString a("assembly/subassembly/part"), b("assembly/subassembly/part");
