@@ -26,8 +26,13 @@ public:
 
 private:
     errstatus RemoveContents(std::size_t length) {
-        bool isDirectory = false;
-        while (const char* found = walk.Next(isDirectory)) {
+        for (;;) {
+            const char* found = nullptr;
+            bool isDirectory = false;
+            if (!walk.Next(found, isDirectory))
+                return errMapError();
+            if (found == nullptr)
+                return errOK;
             const std::size_t added = std::strlen(found);
             if (!files::CanJoin(length, added))
                 return errNameTooLong;
@@ -49,12 +54,11 @@ private:
                 // Somebody else removes here too. If anything is left, the directory itself will
                 // turn out not to be empty.
                 if (outcome == errNotFound)
-                    break;
+                    return errOK;
             }
             if (outcome != errOK)
                 return outcome;
         }
-        return errOK;
     }
 
     zelTreeWalk walk;

@@ -39,6 +39,10 @@ Directory OpenStream(int folder, const char* name, int flags) {
     return stream;
 }
 
+bool IsSelfOrParent(const char* name) {
+    return std::strcmp(name, ".") == 0 || std::strcmp(name, "..") == 0;
+}
+
 bool IsDirectory(int folder, const dirent& entry) {
     if (entry.d_type != DT_UNKNOWN)
         return entry.d_type == DT_DIR;
@@ -59,19 +63,19 @@ public:
         return true;
     }
 
-    const char* Next(bool& isDirectory) {
+    bool Next(const char*& name, bool& isDirectory) {
         const int former = errno;
-        for (;;) {
+        const dirent* entry;
+        do {
             errno = 0; // so that the end can be told from a failure
-            const dirent* entry = sys::readdir(levels.back().stream.get());
-            if (entry == nullptr)
-                return nullptr;
-            if (std::strcmp(entry->d_name, ".") == 0 || std::strcmp(entry->d_name, "..") == 0)
-                continue;
-            isDirectory = IsDirectory(InHand(), *entry);
-            errno = former;
-            return entry->d_name;
-        }
+            entry = sys::readdir(levels.back().stream.get());
+            if (entry == nullptr && errno != 0)
+                return false;
+        } while (entry != nullptr && IsSelfOrParent(entry->d_name));
+        name = entry != nullptr ? entry->d_name : nullptr;
+        isDirectory = entry != nullptr && IsDirectory(InHand(), *entry);
+        errno = former;
+        return true;
     }
 
     bool Enter(const char* name) {
@@ -133,8 +137,8 @@ bool zelTreeWalk::Open(const char* path) {
     return body->Open(path);
 }
 
-const char* zelTreeWalk::Next(bool& isDirectory) {
-    return body->Next(isDirectory);
+bool zelTreeWalk::Next(const char*& name, bool& isDirectory) {
+    return body->Next(name, isDirectory);
 }
 
 bool zelTreeWalk::Enter(const char* name) {

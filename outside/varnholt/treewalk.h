@@ -31,9 +31,9 @@ public:
     [[nodiscard]] bool Open(const char* path);
 
     /// The next entry of the directory in hand, "." and ".." left out: its name, unchanged, and
-    /// whether it is a directory itself (a link is none). Null at the end and on failure. The name
-    /// is the walk's and holds until the next call of it.
-    [[nodiscard]] const char* Next(bool& isDirectory);
+    /// whether it is a directory itself (a link is none). At the end the name is null. It is the
+    /// walk's and holds until the next call of it.
+    [[nodiscard]] bool Next(const char*& name, bool& isDirectory);
 
     /// Goes down into the directory of that name in the one in hand. False, and the walk stays
     /// where it is, if it cannot be opened; what is no directory is errNotDirectory.
