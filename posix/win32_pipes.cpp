@@ -60,6 +60,8 @@ bool WriteFile(void* handle, const void* data, unsigned int size, unsigned int* 
     *count = 0;
     while (*count < size) {
         const ssize_t sent = posix::WriteWithoutSignal(descriptor, from + *count, size - *count);
+        if (sent == 0)
+            errno = EIO; // nothing taken, and no reason given
         if (sent <= 0)
             return false;
         *count += static_cast<unsigned int>(sent);
