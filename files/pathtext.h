@@ -29,13 +29,16 @@ inline int CharacterBytes(const char* position) {
     return bytes > 0 ? bytes : 1;
 }
 
-/// `length` bytes of `source` become the text of `target`; if they do not fit, it becomes empty.
-/// `source` may lie in `target`.
+/// `length` bytes of `source` become the text of `target`; if they do not fit, it becomes empty,
+/// and the byte behind the terminator of the empty text tells of it. `source` may lie in `target`.
 inline void SetText(char (&target)[pfuPathSize], const char* source, std::size_t length) {
-    if (length >= pfuPathSize)
+    const bool overlong = length >= pfuPathSize;
+    if (overlong)
         length = 0;
     if (length != 0)
         std::memmove(target, source, length);
+    else
+        target[1] = overlong ? '!' : '\0';
     target[length] = '\0';
 }
 

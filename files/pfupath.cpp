@@ -103,7 +103,7 @@ pfuDirPath& pfuDirPath::operator+=(const pfuDirEntry& rest) {
 pfuDirPath& pfuDirPath::Join(const char* rest) {
     std::size_t length = std::strlen(text);
     const std::size_t added = std::strlen(rest);
-    if (added == 0)
+    if (added == 0 || IsOverlong())
         return *this;
     if (length == 0) {
         files::SetText(text, rest, added);

@@ -95,6 +95,8 @@ errstatus pfuFS::pfuMakeDirRec(const char* path) {
 }
 
 errstatus pfuFS::pfuMakeDirRec(const pfuDirPath& base, const pfuDirPath& rel) {
+    if (base.IsOverlong() || rel.IsOverlong())
+        return errNameTooLong;
     pfuDirPath working(base);
     const pfuOSPath native(rel);
     for (const char* rest = native; *rest != '\0';) {
@@ -102,8 +104,13 @@ errstatus pfuFS::pfuMakeDirRec(const pfuDirPath& base, const pfuDirPath& rel) {
         char piece[pfuPathSize];
         files::SetText(piece, rest, length);
         rest += length + (rest[length] != '\0' ? 1 : 0);
-        if (length == 0)
-            continue; // a root, or two separators in a row: the directory in hand
+        if (length == 0) {
+            if (!working.IsEmpty())
+                continue; // two separators in a row, or a root below the base: the one in hand
+            // Below nothing, the root is itself. Where there is none either, nothing is named.
+            if (IsUnixStyleAbsPath(rel))
+                files::SetText(piece, "|");
+        }
         if (!working.IsEmpty() && !files::CanJoin(std::strlen(working), length))
             return errNameTooLong;
         working += piece;

@@ -3,9 +3,11 @@
 // The file system: what is known of a path, and the operations that change what stands there.
 //
 // Every path argument is neutral or native text (see pfupath.h). An empty path, and so one of more
-// than 1023 bytes, names nothing: the operations fail with errNotFound. Nothing here retries,
-// takes a lock or undoes what it did before a failure. Any thread may call anything at any time;
-// the current directory belongs to the whole process.
+// than 1023 bytes, names nothing: an operation that says nothing else about it fails, with the
+// reason that it gives for a path where nothing is. Nothing here retries or undoes what it did
+// before a failure, and what others do to the same paths meanwhile is kept away only by the
+// sharing modes that pfuCopyFile and pfuReplaceString tell of. Any thread may call anything at any
+// time; the current directory belongs to the whole process.
 #ifndef PLINTH_PFUFS_H
 #define PLINTH_PFUFS_H
 
@@ -82,10 +84,11 @@ public:
     /// errOK also if the directory is there already; errExists if something else is.
     static errstatus pfuMakeDir(const char* path);
     /// Makes every directory of the path that is missing. What exists and is no directory ends it
-    /// with errFileInPath.
+    /// with errFileInPath. An empty path is the root; one that is too long is errNameTooLong.
     static errstatus pfuMakeDirRec(const char* path);
     /// Makes every directory of `rel` below `base`, which must exist. What is in the way of one
-    /// ends it with errExists.
+    /// ends it with errExists. Below an empty base, `rel` is a path of its own. What is too long
+    /// is errNameTooLong.
     static errstatus pfuMakeDirRec(const pfuDirPath& base, const pfuDirPath& rel);
     /// Removes an empty directory.
     static errstatus pfuRemoveDir(const char* path);
@@ -109,7 +112,8 @@ public:
     /// itself is errShared and leaves the file intact. What was written before a failure stays.
     static errstatus pfuCopyFile(const char* from, const char* to);
 
-    // The bytes of a file. Any failure is errFailed.
+    // The bytes of a file. Any failure is errFailed. Who else goes through the library can read
+    // the source meanwhile and not write it, and cannot open the target.
 
     /// A small checksum for telling files apart (docs/formats.md).
     static errstatus pfuCalcCheckSumByPath(const char* path, unsigned int& checksum);

@@ -14,8 +14,10 @@
 // The three classes are plain values of one array each. Nothing here uses the heap, reports an
 // error or cuts a text: a text of more than 1023 bytes leaves the object empty, and an append that
 // does not fit leaves it as it was, because a path cut short could name another file. An empty
-// path names nothing. A null text counts as empty. The source of a copy, the other side of a join
-// and the result of a split may be the object itself, or text inside it.
+// path names nothing; one that is empty because its text was too long stays so whatever is joined
+// to it, or the rest alone would name another file. A null text counts as empty. The source of a
+// copy, the other side of a join and the result of a split may be the object itself, or text
+// inside it.
 #ifndef PLINTH_PFUPATH_H
 #define PLINTH_PFUPATH_H
 
@@ -49,7 +51,7 @@ private:
 /// A path, neutral or native: nothing tells the two apart.
 class ZEL_EXPORT pfuDirPath {
 public:
-    pfuDirPath() { text[0] = '\0'; }
+    pfuDirPath() { SetEmpty(); }
     /// The text unchanged, separators included.
     pfuDirPath(const char* source);
     pfuDirPath(const pfuDirPath& base, const pfuDirPath& rest);
@@ -66,7 +68,9 @@ public:
 
     operator const char*() const { return text; }
     bool IsEmpty() const { return text[0] == '\0'; }
-    void SetEmpty() { text[0] = '\0'; }
+    /// Empty because the text that it was made of, by itself or through a copy, did not fit.
+    bool IsOverlong() const { return IsEmpty() && text[1] != '\0'; }
+    void SetEmpty() { text[0] = text[1] = '\0'; }
 
     // Splitting, byte by byte. The first and the last of these split at the first separator, the
     // two in the middle at the last one. On an empty path all give false and leave the argument.
@@ -90,7 +94,7 @@ private:
     const char* GetRelPathStart() const;
     pfuDirPath& Join(const char* rest);
 
-    char text[pfuPathSize];
+    char text[pfuPathSize]; ///< behind an empty text, the second byte says whether it was too long
 };
 
 /// A path in native form, ready for the system.
