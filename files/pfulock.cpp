@@ -3,6 +3,7 @@
 
 #include <new>
 
+#include "outside/quillmarsh/files.h"
 #include "outside/varnholt/files.h"
 #include "outside/win32/files.h"
 #include "outside/win32/handles.h"
@@ -11,7 +12,8 @@ namespace {
 
 constexpr unsigned int pauseBetweenAttempts = 1000; // milliseconds
 
-/// Whether the reason of a failed opening may go away while nobody does anything about it.
+/// Whether the reason of a failed opening may go away while nobody does anything about it. Where a
+/// file system knows no locks, the reason is one that never passes.
 bool MayPass(errstatus reason) {
     switch (reason) {
     case errShared:
@@ -29,7 +31,10 @@ bool MayPass(errstatus reason) {
 class pfuFileLockImpl : public pfuFileLock {
 public:
     explicit pfuFileLockImpl(const pfuDirPath& named) : path(named) {}
-    ~pfuFileLockImpl() override { LetGo(IsHeld()); }
+    ~pfuFileLockImpl() override {
+        if (IsHeld())
+            LetGo();
+    }
 
     errstatus Lock() override;
     errstatus Release() override;
@@ -37,25 +42,29 @@ public:
 private:
     void* Open();
     bool IsHeld() const { return handle != None() && owner == GetCurrentProcessId(); }
-    errstatus LetGo(bool unlock);
+    errstatus LetGo();
 
     static void* None() { return zelHandleOfDescriptor(-1); }
 
     pfuOSPath path;
-    void* handle = None();
+    void* handle = None();  ///< in a process forked from the owner, nothing
     unsigned int owner = 0; ///< the process that locked
 };
 
 void* pfuFileLockImpl::Open() {
     constexpr unsigned int writeAccess = 0x40000000, shareNothing = 0;
     constexpr unsigned int openAlways = 4, normal = 0x80;
-    return uCreateFile(path, writeAccess, shareNothing, nullptr, openAlways, normal, nullptr);
+    void* const opened =
+        uCreateFile(path, writeAccess, shareNothing, nullptr, openAlways, normal, nullptr);
+    if (opened == None() || LockFile(opened))
+        return opened;
+    win32CloseFileHandle(opened);
+    return None();
 }
 
 errstatus pfuFileLockImpl::Lock() {
     if (IsHeld())
         return errOK;
-    LetGo(false);
     while ((handle = Open()) == None()) {
         const errstatus reason = errMapError();
         if (!MayPass(reason))
@@ -67,22 +76,13 @@ errstatus pfuFileLockImpl::Lock() {
 }
 
 errstatus pfuFileLockImpl::Release() {
-    if (!IsHeld()) {
-        LetGo(false);
-        handle = Open();
-        if (handle == None())
-            return errMapError();
-    }
-    return LetGo(true);
+    if (!IsHeld() && (handle = Open()) == None())
+        return errMapError();
+    return LetGo();
 }
 
-/// Closes what is open. That would be enough if no forked process had the opening as well; in such
-/// a process, it is not its own to unlock.
-errstatus pfuFileLockImpl::LetGo(bool unlock) {
-    if (handle == None())
-        return errOK;
-    if (unlock)
-        UnlockFile(handle);
+errstatus pfuFileLockImpl::LetGo() {
+    UnlockFile(handle);
     const bool closed = CloseHandle(handle);
     handle = None();
     return closed ? errOK : errMapError();

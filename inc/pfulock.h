@@ -16,11 +16,13 @@
 /// and nothing here deletes it. Whoever deletes it makes a new lock of the same name.
 ///
 /// An object belongs to one thread at a time. What it holds ends with it, and with the process,
-/// however that ends. Processes that are launched meanwhile have no part in it. In a forked
-/// process the copy of the object holds nothing and cannot release it; only if the holder is
-/// killed, the file stays locked for as long as a process lives that was forked from it meanwhile.
+/// however that ends. Processes that are launched or forked meanwhile have no part in it: in a
+/// forked one the copy of the object holds nothing, and its Release is that of any other. (A fork
+/// made around the C library, or in another thread during Lock itself, does copy the opening. It
+/// cannot keep the lock from being given back, but does keep that of a killed holder.)
 ///
-/// While it is held, no operation of this library opens the file.
+/// While it is held, no operation of this library opens the file. The path must be that of a
+/// regular file: a device or a pipe could not keep anybody out and ends Lock (errNotSupported).
 class ZEL_EXPORT pfuFileLock {
 public:
     /// A lock for that path, to be deleted by the caller; null if memory has run out. The file is

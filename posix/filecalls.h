@@ -10,6 +10,7 @@
 
 #include <dirent.h>
 #include <fcntl.h>
+#include <pthread.h>
 #include <pwd.h>
 #include <sys/file.h>
 #include <sys/stat.h>
@@ -105,6 +106,9 @@ inline char* getcwd(char* buffer, size_t size) {
 
 inline int gethostname(char* name, size_t size) {
     return ::gethostname(name, size);
+}
+inline int pthread_atfork(void (*before)(), void (*inParent)(), void (*inChild)()) {
+    return ::pthread_atfork(before, inParent, inChild);
 }
 inline pid_t getpid() {
     return ::getpid();

@@ -40,8 +40,9 @@ int OpenFlags(unsigned int access, unsigned int disposition) {
     case createNew:
         return flags | O_CREAT | O_EXCL;
     case createAlways:
-    case openAlways:
         return flags | O_CREAT;
+    case openAlways:
+        return flags | O_CREAT | O_NONBLOCK; // a pipe is refused, so it is not waited for either
     case openExisting:
     case truncateExisting:
         return flags;
@@ -59,9 +60,11 @@ bool Settle(int descriptor, unsigned int access, unsigned int sharing, unsigned 
         errno = EISDIR;
         return false;
     }
-    // Devices and pipes are shared by nature.
-    if (!S_ISREG(info.st_mode))
-        return true;
+    // Devices and pipes are shared by nature, and keep nothing.
+    if (!S_ISREG(info.st_mode)) {
+        errno = ENOTSUP;
+        return disposition != openAlways;
+    }
     // A lock cannot say more than shared or exclusive, so a writer that would share counts as
     // one that does not.
     const bool shared = (access & writeAccess) == 0 && (sharing & shareReading) != 0;
@@ -84,8 +87,11 @@ void* uCreateFile(const char* path, unsigned int access, unsigned int sharing, v
         return zelHandleOfDescriptor(-1);
     }
     const int descriptor = sys::retry([&] { return sys::open(path, flags, 0666); });
-    if (descriptor < 0)
+    if (descriptor < 0) {
+        if (errno == ENXIO && disposition == openAlways) // a pipe that nobody reads
+            errno = ENOTSUP;
         return zelHandleOfDescriptor(-1);
+    }
     if (!Settle(descriptor, access, sharing, disposition)) {
         const sys::KeepErrno keep;
         sys::close(descriptor);

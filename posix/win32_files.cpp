@@ -1,12 +1,72 @@
 // SPDX-License-Identifier: MIT
 #include "outside/win32/files.h"
 
+#include <algorithm>
+#include <mutex>
+#include <new>
+#include <vector>
+
 #include "outside/win32/handles.h"
 #include "posix/filecalls.h"
 #include "posix/polling.h"
 
+namespace {
+
+/// The descriptors that a forked process closes before it does anything else.
+class KeptFromForks {
+public:
+    /// The one list. It is never destroyed: a process may be forked until the very end.
+    static KeptFromForks& List() {
+        static KeptFromForks& list = *new KeptFromForks;
+        return list;
+    }
+
+    bool Add(int descriptor) {
+        const std::lock_guard<std::mutex> hold(guard);
+        if (!noticed)
+            return false;
+        descriptors.push_back(descriptor);
+        return true;
+    }
+    void Remove(int descriptor) {
+        const std::lock_guard<std::mutex> hold(guard);
+        std::erase(descriptors, descriptor);
+    }
+
+private:
+    KeptFromForks() = default;
+
+    void CloseAll() {
+        for (const int descriptor : descriptors)
+            sys::close(descriptor);
+        descriptors.clear();
+    }
+
+    std::mutex guard;
+    std::vector<int> descriptors;
+    const bool noticed =
+        sys::pthread_atfork([] { List().guard.lock(); }, [] { List().guard.unlock(); },
+                            [] {
+                                List().CloseAll();
+                                List().guard.unlock();
+                            }) == 0;
+};
+
+} // namespace
+
+bool LockFile(void* handle) {
+    try {
+        if (KeptFromForks::List().Add(zelDescriptorOfHandle(handle)))
+            return true;
+    } catch (const std::bad_alloc&) {
+    }
+    errno = ENOMEM;
+    return false;
+}
+
 bool UnlockFile(void* handle) {
     const int descriptor = zelDescriptorOfHandle(handle);
+    KeptFromForks::List().Remove(descriptor);
     return sys::retry([&] { return sys::flock(descriptor, LOCK_UN); }) == 0;
 }
 

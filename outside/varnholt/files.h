@@ -16,16 +16,16 @@
 /// is refused. The descriptor is not inherited by child processes.
 ///
 /// `access` is 0x80000000 for reading, 0x40000000 for writing, or both. `disposition` is 1: made
-/// new, must not exist; 2: made new or emptied; 3: must exist; 4: kept, made where missing;
-/// 5: must exist and is emptied. `flags` may hold 0x8000000: it will be read from start to end.
-/// `security` and `pattern` are null.
+/// new, must not exist; 2: made new or emptied; 3: must exist; 4: kept, made where missing, and
+/// refused if it is a device or pipe; 5: must exist and is emptied. `flags` may hold 0x8000000: it
+/// will be read from start to end. `security` and `pattern` are null.
 ///
 /// `sharing` says what others may do to a regular file meanwhile; 0 is nothing, 1 is read. An
 /// opening that writes, or that shares nothing, excludes every other one made through this call,
 /// in this process or another; one that reads and shares reading goes together with its like. Who
 /// comes second fails at once (errShared), and before the file is emptied. That ends with the
-/// handle, also when the process is killed. A forked process holds the same opening; a launched
-/// one does not. Openings made in other ways do not take part.
+/// handle, also when the process is killed. A forked process holds the same opening (LockFile keeps
+/// it from that); a launched one does not. Openings made in other ways do not take part.
 [[nodiscard]] ZEL_EXPORT void* uCreateFile(const char* path, unsigned int access,
                                            unsigned int sharing, void* security,
                                            unsigned int disposition, unsigned int flags,

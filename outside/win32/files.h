@@ -11,8 +11,13 @@ struct WIN32_FIND_DATAA {
     char cFileName[1024];
 };
 
-/// Ends what an opening made by uCreateFile excludes, for every copy of it, also one that a forked
-/// process has. It stays open. The result is of no interest.
+/// Keeps an opening made by uCreateFile out of the processes that fork makes of this one, until
+/// UnlockFile, so that none of them holds what it excludes: there its descriptor is closed, and the
+/// handle must not be used. A fork made around the C library still copies it. False if memory has
+/// run out.
+[[nodiscard]] ZEL_EXPORT bool LockFile(void* handle);
+/// Ends that, and what the opening excludes, for every copy of it. It stays open. The result is of
+/// no interest.
 ZEL_EXPORT bool UnlockFile(void* handle);
 
 /// The calling process, as no other one that lives is numbered.
