@@ -2,54 +2,17 @@
 #include <pfufs.h>
 
 #include <csignal>
-#include <cstdlib>
-#include <new>
 #include <random>
 
-#include <gtest/gtest.h>
 #include <sys/resource.h>
+#include <sys/stat.h>
 
 #include "files/filehandle.h"
-#include "support.h"
-#include "vectors.h"
+#include "tests/countnew.h"
+#include "tests/infolder.h"
+#include "tests/vectors.h"
 
 namespace {
-long allocations = 0;
-}
-
-void* operator new(std::size_t size) {
-    ++allocations;
-    void* const block = std::malloc(size);
-    return block != nullptr ? block : throw std::bad_alloc();
-}
-void operator delete(void* block) noexcept {
-    std::free(block);
-}
-void operator delete(void* block, std::size_t) noexcept {
-    std::free(block);
-}
-
-namespace {
-
-/// Works in a private folder, on the files "from" and "to".
-class Content : public testing::Test {
-protected:
-    Content() { std::filesystem::current_path(folder.path); }
-    ~Content() override { EXPECT_EQ(support::OpenDescriptors(), descriptors); }
-
-    support::TempFolder folder;
-    long descriptors = support::OpenDescriptors();
-};
-
-void Put(const char* path, const std::string& contents) {
-    std::ofstream(path, std::ios::binary) << contents;
-}
-
-std::string Get(const char* path) {
-    std::ostringstream contents;
-    contents << std::ifstream(path, std::ios::binary).rdbuf();
-    return contents.str();
-}
 
 std::string Replaced(const std::string& text, const std::string& oldText,
                      const std::string& newText) {
@@ -60,18 +23,19 @@ std::string Replaced(const std::string& text, const std::string& oldText,
     return result.append(text, from);
 }
 
-/// Replaces in a file that holds `text`, and compares with the replacement in memory.
-void ExpectReplaced(const std::string& text, const std::string& oldText,
-                    const std::string& newText) {
-    Put("from", text);
-    const long before = allocations;
-    ASSERT_EQ(pfuFS::pfuReplaceString(oldText.c_str(), newText.c_str(), "from", "to"), errOK);
-    ASSERT_EQ(allocations, before);
-    const bool right = Get("to") == Replaced(text, oldText, newText); // too long to be printed
-    ASSERT_TRUE(right) << oldText.size() << " bytes in " << text.size();
-}
-
-} // namespace
+/// Works on the files "from" and "to".
+struct Content : InFolder {
+    /// Replaces in a file that holds `text`, and compares with the replacement in memory.
+    static void ExpectReplaced(const std::string& text, const std::string& oldText,
+                               const std::string& newText) {
+        Put("from", text);
+        const long before = countnew::allocations;
+        ASSERT_EQ(pfuFS::pfuReplaceString(oldText.c_str(), newText.c_str(), "from", "to"), errOK);
+        ASSERT_EQ(countnew::allocations, before);
+        const bool right = Get("to") == Replaced(text, oldText, newText); // too long to be printed
+        ASSERT_TRUE(right) << oldText.size() << " bytes in " << text.size();
+    }
+};
 
 TEST_F(Content, HasAChecksumOfCountSumAndParity) {
     std::string random(200000, '\0');
@@ -82,9 +46,9 @@ TEST_F(Content, HasAChecksumOfCountSumAndParity) {
         expected = ((expected & ~0xFF00u) | sum * 256u) ^ static_cast<unsigned char>(byte);
     }
     Put("from", random);
-    const long before = allocations;
+    const long before = countnew::allocations;
     EXPECT_EQ(pfuFS::pfuCalcCheckSumByPath(".|from", found), errOK);
-    EXPECT_EQ(allocations, before);
+    EXPECT_EQ(countnew::allocations, before);
     EXPECT_EQ(found, expected);
     for (const auto& [bytes, checksum] : support::Vectors("checksum")) {
         const std::size_t times = bytes.find(" * ");
@@ -140,8 +104,8 @@ TEST_F(Content, IsReplacedWhereverAnOccurrenceLies) {
 TEST_F(Content, IsLeftAloneByAReplacementThatCannotBegin) {
     Put("from", "some text");
     Put("to", "former");
-    std::filesystem::create_symlink("from", "link");
-    std::filesystem::create_hard_link("from", "same");
+    fs::create_symlink("from", "link");
+    fs::create_hard_link("from", "same");
     for (const auto& row : support::Rows( // old, from, to
              "- from to;  t missing to;  t . to;  t - to;  t from from;  t from link;"
              "t same from;  t from .;  t from from|new; " +
@@ -157,6 +121,14 @@ TEST_F(Content, StaysWithWhatWasWrittenBeforeAFailure) {
     Put("to", "former");
     EXPECT_EQ(pfuFS::pfuReplaceString("a", "b", "/proc/self/mem", "to"), errFailed);
     EXPECT_EQ(Get("to"), ""); // the first read failed
+    ASSERT_EQ(mkfifo("pipe", 0600), 0);
+    const pid_t writer = Fork([] { // who leaves a pipe makes the second read fail
+        std::ofstream("pipe") << "a needle and half a need";
+        return 0;
+    });
+    EXPECT_EQ(pfuFS::pfuReplaceString("needle", "pin", "pipe", "to"), errFailed);
+    EXPECT_EQ(Get("to"), "a pin and half a need");
+    EXPECT_EQ(EndOf(writer), 0);
 
     std::string text;
     while (text.size() < 200000)
@@ -174,3 +146,5 @@ TEST_F(Content, StaysWithWhatWasWrittenBeforeAFailure) {
     std::signal(SIGXFSZ, SIG_DFL);
     EXPECT_TRUE(Get("to") == Replaced(text, "needle", "pin").substr(0, 100000));
 }
+
+} // namespace

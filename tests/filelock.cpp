@@ -2,20 +2,19 @@
 #include <pfulock.h>
 
 #include <atomic>
-#include <fstream>
+#include <cstdlib>
 #include <memory>
 #include <thread>
 #include <utility>
 
-#include <gtest/gtest.h>
 #include <spawn.h>
+#include <sys/mman.h>
 #include <sys/prctl.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include "files/filehandle.h"
-#include "support.h"
+#include "tests/infolder.h"
 
 namespace {
 
@@ -23,22 +22,6 @@ using LockPtr = std::unique_ptr<pfuFileLock>;
 
 LockPtr Make(const char* path = "lock") {
     return LockPtr(pfuFileLock::Construct(path));
-}
-
-/// Runs `work` in a forked process, which ends with its result.
-template <typename Work>
-pid_t Fork(Work work) {
-    const pid_t child = fork();
-    if (child == 0)
-        _exit(work());
-    return child;
-}
-
-/// What the process ends with, -1 if by a signal.
-int EndOf(pid_t child) {
-    int status = -1;
-    EXPECT_GT(waitpid(child, &status, 0), 0);
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
 /// Lets one process wait for a word from another.
@@ -56,43 +39,38 @@ struct Signal {
     int ends[2];
 };
 
-class FileLock : public testing::Test {
+class FileLock : public InFolder {
 protected:
-    FileLock() { std::filesystem::current_path(folder.path); }
-    ~FileLock() override { EXPECT_EQ(support::OpenDescriptors(), descriptors); }
-
-    support::TempFolder folder;
-    long descriptors = support::OpenDescriptors();
     LockPtr lock = Make(), other = Make(".|lock");
 };
 
-} // namespace
-
 TEST_F(FileLock, IsHeldFromLockToReleaseOrTheEndOfItsObject) {
-    EXPECT_FALSE(std::filesystem::exists("lock"));
+    EXPECT_FALSE(fs::exists("lock"));
     EXPECT_EQ(lock->Lock(), errOK);
     EXPECT_EQ(lock->Lock(), errOK);
-    EXPECT_EQ(std::filesystem::file_size("lock"), 0u);
+    EXPECT_EQ(fs::file_size("lock"), 0u);
     EXPECT_EQ(other->Release(), errShared);
     EXPECT_FALSE(files::FileHandle(files::OpenSource("lock")).IsOpen());
-    std::ofstream("lock") << "contents"; // any other opening loses nothing
+    Put("lock", "contents"); // any other opening loses nothing
     EXPECT_EQ(other->Release(), errShared);
     EXPECT_EQ(lock->Release(), errOK);
     EXPECT_EQ(other->Lock(), errOK);
     EXPECT_EQ(lock->Release(), errShared);
     other.reset();
     EXPECT_EQ(lock->Release(), errOK); // holds nothing: opens and closes
-    EXPECT_EQ(std::filesystem::file_size("lock"), 8u);
+    EXPECT_EQ(fs::file_size("lock"), 8u);
 }
 
 TEST_F(FileLock, WhatWaitingCannotCureEndsTheWait) {
-    std::filesystem::create_directories("folder/closed");
-    std::ofstream("file").close();
-    std::filesystem::create_symlink("ring", "ring");
+    fs::create_directories("folder/closed");
+    Put("file");
+    fs::create_symlink("ring", "ring");
+    mkfifo("pipe", 0600);
     const std::pair<std::string, errstatus> rows[] = {
-        {"missing|lock", errNotFound},  {"", errNotFound},
+        {"missing|lock", errNotFound},  {std::string(1024, 'n'), errNotFound},
         {"file|lock", errNotDirectory}, {"folder", errIsDirectory},
         {"ring", errTooManyLinks},      {std::string(300, 'n'), errNameTooLong},
+        {"pipe", errNotSupported},      {"|dev|null", errNotSupported},
     };
     for (const auto& [path, reason] : rows) {
         EXPECT_EQ(Make(path.c_str())->Lock(), reason) << path;
@@ -100,12 +78,7 @@ TEST_F(FileLock, WhatWaitingCannotCureEndsTheWait) {
     }
     chmod("folder/closed", 0500);
     chmod(".", 0755);
-    EXPECT_EQ(EndOf(Fork([] {
-                  if (geteuid() == 0 && seteuid(65534) != 0)
-                      return 1;
-                  return Make("folder/closed/lock")->Lock() == errNoAccess ? 0 : 2;
-              })),
-              0);
+    EXPECT_TRUE(IsSoInFork([] { return Make("folder/closed/lock")->Lock() == errNoAccess; }, true));
 }
 
 TEST_F(FileLock, KeepsAWaiterUntilItsNextAttemptAfterTheRelease) {
@@ -126,7 +99,7 @@ TEST_F(FileLock, KeepsAWaiterUntilItsNextAttemptAfterTheRelease) {
     other.reset();
 }
 
-TEST_F(FileLock, OfAKilledProcessIsFreeAtOnceWhateverItHasLaunched) {
+TEST_F(FileLock, OfAKilledProcessIsFreeAtOnceWhateverItHasLaunchedOrForked) {
     prctl(PR_SET_CHILD_SUBREAPER, 1);
     Signal locked, input;
     const pid_t holder = Fork([&] {
@@ -137,7 +110,11 @@ TEST_F(FileLock, OfAKilledProcessIsFreeAtOnceWhateverItHasLaunched) {
         if (lock->Lock() != errOK || dup2(input.ends[0], 0) != 0 ||
             posix_spawnp(&child, cat, nullptr, nullptr, arguments, nullptr) != 0)
             return 1;
-        locked.Give();
+        Fork([&] {
+            locked.Give();
+            char byte; // so does the copy
+            return static_cast<int>(read(0, &byte, 1));
+        });
         return pause();
     });
     locked.Wait();
@@ -148,16 +125,18 @@ TEST_F(FileLock, OfAKilledProcessIsFreeAtOnceWhateverItHasLaunched) {
     lock.reset();
     close(std::exchange(input.ends[1], -1));
     EXPECT_EQ(EndOf(-1), 0);
+    EXPECT_EQ(EndOf(-1), 0);
 }
 
 TEST_F(FileLock, IsNeitherHeldNorFreedByAForkedCopy) {
     ASSERT_EQ(lock->Lock(), errOK);
-    EXPECT_EQ(EndOf(Fork([&] { return lock->Release() == errShared ? 0 : 1; })), 0);
-    EXPECT_EQ(EndOf(Fork([&] {
-                  lock.reset();
-                  return other->Release() == errShared ? 0 : 1;
-              })),
-              0);
+    const auto holdsNothing = [&] {
+        const bool held = lock->Release() == errShared;
+        const int newcomer = dup(2); // with the number that the lock had
+        lock.reset();
+        return held && close(newcomer) == 0 && other->Release() == errShared;
+    };
+    EXPECT_TRUE(IsSoInFork(holdsNothing));
     EXPECT_EQ(other->Release(), errShared);
     Signal end;
     const pid_t idle = Fork([&] {
@@ -171,21 +150,29 @@ TEST_F(FileLock, IsNeitherHeldNorFreedByAForkedCopy) {
     EXPECT_EQ(EndOf(idle), 0);
 }
 
+/// PLINTH_LOCK_SECONDS makes it longer.
 TEST_F(FileLock, IsNeverHeldTwiceByManyProcesses) {
+    const char* const seconds = std::getenv("PLINTH_LOCK_SECONDS");
+    using Clock = std::chrono::steady_clock;
+    const auto end = Clock::now() + std::chrono::seconds(seconds != nullptr ? atoi(seconds) : 1);
+    auto* const holders = static_cast<std::atomic<int>*>(
+        mmap(nullptr, 4096, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
     pid_t processes[8];
     for (pid_t& process : processes)
         process = Fork([&] {
-            for (int round = 0; round < 2; ++round) {
-                bool alone = lock->Lock() == errOK;
-                for (int step = 0; step < 100; ++step) // only one can have made the folder
-                    alone = mkdir("held", 0700) == 0 && rmdir("held") == 0 && alone;
-                if (lock->Release() != errOK || !alone)
-                    return 1;
-            }
-            return 0;
+            // One after the other, or they would also wake up and collide together every second.
+            usleep(static_cast<unsigned int>(&process - processes) * 3000);
+            bool alone = true;
+            do {
+                alone = lock->Lock() == errOK && ++*holders == 1 && alone;
+                usleep(10);
+                alone = --*holders == 0 && lock->Release() == errOK && alone;
+            } while (Clock::now() < end);
+            return alone ? 0 : 1;
         });
     for (const pid_t process : processes)
         EXPECT_EQ(EndOf(process), 0);
+    munmap(holders, 4096);
 }
 
 TEST_F(FileLock, LockFileBufTellsFailureByTrue) {
@@ -196,5 +183,7 @@ TEST_F(FileLock, LockFileBufTellsFailureByTrue) {
     EXPECT_EQ(buffer.sputn("abc", 3), 3);
     EXPECT_FALSE(buffer.Close());
     EXPECT_TRUE(buffer.Close());
-    EXPECT_EQ(std::filesystem::file_size("file"), 3u);
+    EXPECT_EQ(fs::file_size("file"), 3u);
 }
+
+} // namespace

@@ -3,73 +3,31 @@
 #include <pfudir.h>
 #include <pfufs.h>
 
-#include <gtest/gtest.h>
-
 #include <clocale>
-#include <fstream>
 #include <functional>
 #include <memory>
 #include <set>
+#include <thread>
 
 #include <fcntl.h>
 #include <pwd.h>
+#include <sched.h>
+#include <sys/mount.h>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
-#include <sys/wait.h>
 
 #include "outside/quillmarsh/files.h"
 #include "outside/varnholt/files.h"
 #include "outside/varnholt/text.h"
 #include "outside/win32/handles.h"
 #include "posix/diskfactors.h"
-#include "support.h"
-
-namespace {
-long allocations = 0;
-}
-
-void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
-    ++allocations;
-    return std::malloc(size);
-}
-
-void* operator new(std::size_t size) {
-    void* const block = operator new(size, std::nothrow);
-    return block != nullptr ? block : throw std::bad_alloc();
-}
-
-// Inlined, each half of a pair alone would look like a mistake to the compiler.
-[[gnu::noinline]] void operator delete(void* block) noexcept {
-    std::free(block);
-}
-
-[[gnu::noinline]] void operator delete(void* block, std::size_t) noexcept {
-    std::free(block);
-}
+#include "tests/countnew.h"
+#include "tests/infolder.h"
 
 namespace {
 
-namespace fs = std::filesystem;
 using Names = std::multiset<std::string>;
-
-/// Works in a private folder.
-class Files : public testing::Test {
-protected:
-    Files() { fs::current_path(folder.path); }
-    ~Files() override { EXPECT_EQ(support::OpenDescriptors(), descriptors); }
-
-    support::TempFolder folder;
-    long descriptors = support::OpenDescriptors();
-};
-
-void Put(const fs::path& path, const std::string& contents) {
-    std::ofstream(path, std::ios::binary) << contents;
-}
-
-std::string Get(const fs::path& path) {
-    std::ifstream stream(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(stream), {}};
-}
+using Files = InFolder;
 
 Names Listing(const fs::path& folder) {
     const std::unique_ptr<pfuDir> directory(pfuDir::OpenDir(folder.c_str()));
@@ -200,28 +158,13 @@ TEST_F(Files, AreSharedAsTheirOpeningsAllow) {
     for (const Kind& first : kinds)
         for (const Kind& second : kinds) {
             void* const handle = open(first, 3);
-            EXPECT_EQ(isFree(second), first == kinds[0] && second == kinds[0]);
+            const bool together = first == kinds[0] && second == kinds[0];
+            EXPECT_EQ(isFree(second), together);
+            EXPECT_EQ(IsSoInFork([&] { return isFree(second); }), together);
             EXPECT_EQ(open(kinds[2], 2), zelHandleOfDescriptor(-1)); // would make it anew
             win32CloseFileHandle(handle);
         }
     EXPECT_EQ(Get("f"), "contents");
-
-    int ready[2];
-    ASSERT_EQ(pipe(ready), 0);
-    const pid_t holder = fork();
-    if (holder == 0) {
-        void* const handle = open(kinds[2], 4);
-        for (close(ready[1]); handle != nullptr;)
-            pause();
-    }
-    close(ready[1]);
-    char byte;
-    EXPECT_EQ(read(ready[0], &byte, 1), 0); // the other process has it now
-    close(ready[0]);
-    EXPECT_FALSE(isFree(kinds[0]));
-    kill(holder, SIGKILL);
-    waitpid(holder, nullptr, 0);
-    EXPECT_TRUE(isFree(kinds[0]));
 }
 
 TEST_F(Files, AreCopiedWholeAndNeverOntoThemselves) {
@@ -230,9 +173,9 @@ TEST_F(Files, AreCopiedWholeAndNeverOntoThemselves) {
         for (std::size_t i = 0; i < size; ++i)
             contents[i] = static_cast<char>(i * 7 / 3);
         Put("from", contents);
-        const long before = allocations;
+        const long before = countnew::allocations;
         EXPECT_EQ(pfuFS::pfuCopyFile("from", "to"), errOK);
-        EXPECT_EQ(allocations, before);
+        EXPECT_EQ(countnew::allocations, before);
         EXPECT_TRUE(Get("to") == contents) << size;
     }
     fs::create_hard_link("from", "same");
@@ -248,6 +191,37 @@ TEST_F(Files, AreCopiedWholeAndNeverOntoThemselves) {
     EXPECT_EQ(Get("to"), "old");
     EXPECT_EQ(pfuFS::pfuCopyFile("from", "d"), errIsDirectory);
     EXPECT_EQ(pfuFS::pfuCopyFile("from", "/dev/full"), errNoSpace);
+
+    fs::resize_file("from", 100000000); // takes long enough for a target to vanish
+    fs::remove("to");
+    std::thread vanishing([] {
+        while (!fs::remove("to"))
+            ;
+    });
+    EXPECT_EQ(pfuFS::pfuCopyFile("from", "to"), errOK);
+    vanishing.join();
+    EXPECT_TRUE(Listing(".") == Names({"from", "same", "link", "d"}));
+    EXPECT_EQ(fs::file_size("from"), 100000000u);
+}
+
+TEST_F(Files, LoseNothingOldToADiskThatIsFull) {
+    Put("from", std::string(300000, 'x'));
+    fs::create_directory("small");
+    const int outcome = EndOf(Fork([] {
+        if (unshare(CLONE_NEWNS) != 0 || mount("", "/", "", MS_REC | MS_PRIVATE, "") != 0 ||
+            mount("", "small", "tmpfs", 0, "size=64k") != 0)
+            return 1;
+        EXPECT_EQ(pfuFS::pfuCopyFile("from", "small|to"), errNoSpace);
+        EXPECT_EQ(Get("small/to").size(), 65536u); // what was written stays
+        Put("small/to", "old");
+        EXPECT_EQ(pfuFS::pfuRenameFile("from", "small|to"), errNoSpace);
+        EXPECT_EQ(Get("small/to"), "old");
+        EXPECT_EQ(Listing("small"), Names({"to"}));
+        return HasFailure() ? 2 : 0;
+    }));
+    if (outcome == 1)
+        GTEST_SKIP() << "no right to mount a small file system";
+    EXPECT_EQ(outcome, 0);
 }
 
 TEST_F(Files, TakeAnotherNameAlsoOnAnotherFileSystem) {

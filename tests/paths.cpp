@@ -8,7 +8,8 @@
 #include <filesystem>
 #include <string>
 
-#include "support.h"
+#include "tests/countnew.h"
+#include "tests/support.h"
 
 namespace {
 
@@ -75,6 +76,11 @@ TEST(Path, HoldsUpTo1023BytesAndIsNeverCut) {
     pfuDirEntry entry;
     EXPECT_EQ(Text(path = longest.c_str()), longest);
     EXPECT_EQ(Text(path = tooLong.c_str()) + Text(pfuOSPath(tooLong.c_str())), "");
+    const pfuDirPath copy(path);
+    EXPECT_EQ(Text(pfuDirPath(copy, pfuDirPath("other"))), ""); // would be another file
+    EXPECT_TRUE(copy.IsOverlong() && !pfuDirPath("").IsOverlong() && !pfuDirPath().IsOverlong());
+    path.SetEmpty();
+    EXPECT_EQ(Text(path += "other"), "other");
     EXPECT_EQ(Text(entry = tooLong.c_str()), "");
     EXPECT_EQ(Text((entry = longest.c_str() + 1) += "y"), longest.substr(1) + "y");
     EXPECT_EQ(Text(entry += "z"), longest.substr(1) + "y");
@@ -119,6 +125,20 @@ TEST(Path, WalksByCharactersOfTheLocale) {
     EXPECT_EQ(Neutral(pfuOSPath("\xA5\x5C/\xA5\x7C/b")), "\xA5\x5C|\xA5\x7C|b");
     EXPECT_EQ(Trimmed("a\xA5\x5C\\|"), "a\xA5\x5C");
     EXPECT_EQ(Text(pfuDirPath("a\xA5\x7C", "b")), "a\xA5\x7C|b");
+}
+
+TEST(Path, LeavesTheHeapAlone) {
+    const long before = countnew::allocations;
+    pfuDirPath path("a|b", "c"), other;
+    pfuDirEntry entry;
+    EXPECT_TRUE((path += path).GetHead(entry) && path.GetHead(other));
+    EXPECT_TRUE(path.GetTail(entry += "x") && path.GetTail(other));
+    pfuOSPath native(path);
+    native.TrimTrailSeps();
+    native.AddWildcard();
+    native.GetHomeDir();
+    other.GetCurrentDir();
+    EXPECT_EQ(countnew::allocations, before);
 }
 
 TEST(Path, FindsTheHomeAndTheCurrentDirectory) {

@@ -1,42 +1,26 @@
 // SPDX-License-Identifier: MIT
 #include <pfufs.h>
 
-#include <gtest/gtest.h>
-
 #include <atomic>
 #include <cerrno>
-#include <cstring>
-#include <fstream>
-
 #include <thread>
 
 #include <fcntl.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 
 #include "outside/varnholt/treewalk.h"
-#include "support.h"
+#include "tests/infolder.h"
 
 namespace {
 
-namespace fs = std::filesystem;
-
-/// Works in a private folder, beside a folder that nothing may touch.
-class Trees : public testing::Test {
+/// Works beside a folder that nothing may touch.
+class Trees : public InFolder {
 protected:
     Trees() {
-        fs::current_path(folder.path);
         fs::create_directory("outside");
-        Touch("outside/kept");
+        Put("outside/kept");
     }
-    ~Trees() override {
-        EXPECT_TRUE(fs::exists("outside/kept"));
-        EXPECT_EQ(support::OpenDescriptors(), descriptors);
-    }
-    static void Touch(const fs::path& path) { std::ofstream stream(path); }
-
-    support::TempFolder folder;
-    long descriptors = support::OpenDescriptors();
+    ~Trees() override { EXPECT_TRUE(fs::exists("outside/kept")); }
 };
 
 /// Makes a chain of `depth` folders, however long its path, with a file at the end.
@@ -53,7 +37,7 @@ void MakeChain(const fs::path& top, int depth) {
 }
 
 TEST_F(Trees, AreMadeAlongAPath) {
-    Touch("file");
+    Put("file");
     fs::create_directory_symlink("outside", "link");
     fs::create_symlink("nowhere", "dangling");
     const std::string absolute = folder.path.string() + "||x|y";
@@ -74,26 +58,35 @@ TEST_F(Trees, AreMadeAlongAPath) {
 }
 
 TEST_F(Trees, AreMadeBelowABase) {
-    Touch("file");
+    Put("file");
     const pfuDirPath base(folder.path.c_str());
     for (int twice = 0; twice < 2; ++twice)
         EXPECT_EQ(pfuFS::pfuMakeDirRec(base, "a|b\\c/d|"), errOK);
     EXPECT_TRUE(fs::is_directory("a/b/c/d"));
-    EXPECT_EQ(pfuFS::pfuMakeDirRec("", "|a||e"), errOK);
+    EXPECT_EQ(pfuFS::pfuMakeDirRec(base, "|a||e"), errOK);
     EXPECT_TRUE(fs::is_directory("a/e"));
-    EXPECT_EQ(pfuFS::pfuMakeDirRec("missing", ""), errOK);
-    EXPECT_EQ(pfuFS::pfuMakeDirRec("missing", "x"), errNotFound); // the base is never made
-    EXPECT_EQ(pfuFS::pfuMakeDirRec(base, "a|..|file|x"), errExists);
-    const std::string pieces(900, '/'), name(200, 'n');
-    EXPECT_EQ(pfuFS::pfuMakeDirRec(("." + pieces).c_str(), ("x|" + name).c_str()), errNameTooLong);
-    EXPECT_TRUE(fs::is_directory("x"));
+    EXPECT_EQ(pfuFS::pfuMakeDirRec("", pfuDirPath(base, "|r|s")), errOK);
+    EXPECT_TRUE(fs::is_directory("r/s"));
+    const std::string slashes(1024, '/'), name(200, 'n');
+    const pfuDirPath tooLong(("." + slashes).c_str()), deep(("." + slashes.substr(124)).c_str());
+    for (const auto& [below, path, outcome] :
+         {std::tuple<pfuDirPath, pfuDirPath, errstatus>("missing", "", errOK),
+          {"missing", "x", errNotFound}, // the base is never made
+          {"", "|proc|x", errNotFound},
+          {"", "\\y", errNotFound},
+          {base, "a|..|file|x", errExists},
+          {tooLong, "y", errNameTooLong},
+          {base, tooLong, errNameTooLong},
+          {deep, ("z|" + name).c_str(), errNameTooLong}})
+        EXPECT_EQ(pfuFS::pfuMakeDirRec(below, path), outcome) << below << " and " << path;
+    EXPECT_TRUE(fs::is_directory("z") && !fs::exists("y") && !fs::exists("proc"));
 }
 
 TEST_F(Trees, AreRemovedWithoutLeavingThem) {
     fs::create_directories("t/empty/deeper");
     fs::create_directory("t/..|outside");
     for (const char* name : {"t/file", "t/..|outside|kept", "t/\xFF", "t/a|b", "t/..|outside/x"})
-        Touch(name);
+        Put(name);
     fs::create_directory_symlink("../outside", "t/link");
     fs::create_symlink("nowhere", "t/dangling");
     fs::create_directory_symlink("t", "toTree");
@@ -122,24 +115,17 @@ TEST_F(Trees, AreRemovedAtAnyDepthThatAPathCanHave) {
 TEST_F(Trees, StayFromWhatCannotBeReadOn) {
     fs::permissions(".", fs::perms(0777));
     fs::permissions("outside", fs::perms(0555));
-    const pid_t child = fork();
-    if (child == 0) {
-        // Root may read everything.
-        if (geteuid() == 0 &&
-            (setresgid(65534, 65534, 65534) != 0 || setresuid(65534, 65534, 65534) != 0))
-            _exit(1);
+    const auto asExpected = [] {
         fs::create_directories("t/closed/in");
         fs::permissions("t/closed", fs::perms(0300));
-        const bool asExpected = pfuFS::pfuRemoveDirRec("t") == errNoAccess &&
-                                fs::exists("t/closed/in") &&
-                                pfuFS::pfuRemoveDirRec("outside") == errNoAccess &&
-                                pfuFS::pfuMakeDirRec("outside|x|y") == errNoAccess;
+        const bool stays = pfuFS::pfuRemoveDirRec("t") == errNoAccess &&
+                           fs::exists("t/closed/in") &&
+                           pfuFS::pfuRemoveDirRec("outside") == errNoAccess &&
+                           pfuFS::pfuMakeDirRec("outside|x|y") == errNoAccess;
         fs::permissions("t/closed", fs::perms(0700));
-        _exit(asExpected ? 0 : 2);
-    }
-    int status = -1;
-    waitpid(child, &status, 0);
-    EXPECT_EQ(status, 0);
+        return stays;
+    };
+    EXPECT_TRUE(IsSoInFork(asExpected, true));
     fs::permissions("outside", fs::perms(0755));
 }
 
@@ -147,10 +133,11 @@ TEST_F(Trees, StayFromWhatCannotBeReadOn) {
 TEST_F(Trees, AreWalkedThroughFoldersAlone) {
     fs::create_directories("t/d");
     zelTreeWalk walk;
+    errno = E2BIG; // stays, since none of the calls that give true may touch it
     bool isDirectory = false;
-    ASSERT_TRUE(walk.Open("t"));
-    EXPECT_STREQ(walk.Next(isDirectory), "d");
-    EXPECT_TRUE(isDirectory);
+    const char* name = "";
+    ASSERT_TRUE(walk.Open("t") && walk.Next(name, isDirectory) && isDirectory && *name == 'd');
+    EXPECT_TRUE(walk.Next(name, isDirectory) && name == nullptr && errno == E2BIG);
     fs::remove("t/d");
     fs::create_directory_symlink("../outside", "t/d");
     EXPECT_FALSE(walk.Enter("d"));
@@ -186,7 +173,7 @@ TEST_F(Trees, AreRemovedWhileSomebodySwapsAFolderForALink) {
         fs::create_directory_symlink(folder.path / "outside", "link", any);
         fs::create_directory("t/d", any);
         for (int file = 0; file < 10; ++file)
-            std::ofstream stream("t/f" + std::to_string(file));
+            Put("t/f" + std::to_string(file));
         while (pfuFS::pfuRemoveDirRec("t") != errOK)
             if (!fs::exists("t"))
                 break;
