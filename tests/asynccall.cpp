@@ -6,7 +6,8 @@
 #include <poll.h>
 
 #include "outside/win32/handles.h"
-#include "pipestream.h"
+#include "tests/loopback.h"
+#include "tests/piped.h"
 #include "tests/tasks.h"
 
 using namespace tasks;
@@ -84,7 +85,7 @@ TEST(Call, NeedsNoDescriptorUntilSomebodyWaits) {
         EXPECT_TRUE(call->Wait(-1));
 }
 
-TEST_P(Calls, AreWaitedForBesideThreadsAndPipesInALoopOfOnesOwn) {
+TEST_P(Calls, AreWaitedForBesideAllElseInALoopOfOnesOwn) {
     struct Strict : pmStrictTask {
         Gate gate{0};
         unsigned int ThreadRun() override { return static_cast<unsigned int>(Gate::Pass(&gate)); }
@@ -96,34 +97,35 @@ TEST_P(Calls, AreWaitedForBesideThreadsAndPipesInALoopOfOnesOwn) {
     EXPECT_TRUE(strict.GetExitStatus().IsKilled());
     Gate gate(1);
     const Call call(call_async_func(&Gate::Pass, &gate));
-    oPipeStream* out = nullptr;
-    iPipeStream* in = nullptr;
-    ASSERT_EQ(errOK, CreatePipeSt(&out, &in));
-    const std::unique_ptr<zelEvent> pipe(in->GetReadEvent());
+    Piped child("cat"), ending("cat");
+    loopback::Pair sockets;
+    ASSERT_TRUE(child.status == errOK && ending.status == errOK && sockets.server);
     ptkStrictTaskEvent thread(&strict);
-    zelEvent* const events[] = {&thread, call.get(), pipe.get()};
+    const std::unique_ptr<zelEvent> pipe(child.out->GetReadEvent());
+    const std::unique_ptr<zelEvent> end(ending.process.GetExitEvent());
+    zelSocketEvent socket(sockets.client.get(), zelSelectEvent::Readable);
+    zelEvent* const events[] = {&thread, call.get(), pipe.get(), end.get(), &socket};
     for (zelEvent* event : events) {
         EXPECT_EQ(event == &thread ? &thread : nullptr, ptkStrictTaskEvent::cast(event));
         EXPECT_EQ(event == call.get() ? call.get() : nullptr, ptkAsyncCallEvent::cast(event));
     }
-    pollfd set[3] = {};
-    for (int i = 0; i < 3; ++i)
+    pollfd set[5] = {};
+    for (int i = 0; i < 5; ++i)
         set[i] = {events[i]->GetDescriptor(), POLLIN, 0};
-    EXPECT_EQ(-1, zelEvent::WaitAny(events, 3, 5));
-    const std::function<void()> causes[] = {[&] { strict.gate.closed.Increment(); },
-                                            [&] { gate.closed.Increment(); },
-                                            [&] { *out << 'x' << std::flush; }};
-    for (int i = 2; i >= 0; --i) {
+    EXPECT_EQ(-1, zelEvent::WaitAny(events, 5, 5));
+    const std::function<void()> causes[] = {
+        [&] { strict.gate.closed.Increment(); }, [&] { gate.closed.Increment(); },
+        [&] { *child.in << 'x' << std::flush; }, [&] { ending.CloseInput(); },
+        [&] { sockets.server->Write("x", 1, false); }};
+    for (int i = 4; i >= 0; --i) {
         causes[i]();
-        while (poll(set, 3, -1) != 1)
+        while (poll(set, 5, -1) != 1)
             ASSERT_EQ(EINTR, errno);
         EXPECT_NE(0, set[i].revents) << i;
-        EXPECT_EQ(i, zelEvent::WaitAny(events, 3, -1));
+        EXPECT_EQ(i, zelEvent::WaitAny(events, 5, -1));
         set[i].fd = -1;
     }
     EXPECT_TRUE(CloseHandle(thread.GetProcess())); // the task leaves it open in any case
-    DeletePipe(out);
-    DeletePipe(in);
 }
 
 } // namespace
