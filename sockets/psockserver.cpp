@@ -187,16 +187,18 @@ psockServer::SockWaitRC psockServer::Wait(int msec) {
     default:
         return SockWaitTimeout;
     }
-    // Printing may fail too: every line tells the failure of the wait.
+    // Printing may fail too: every line tells the failure of the wait. The numbers are decimal
+    // whatever the program has told its output.
     const int failure = errno;
-    std::cout << "Failure on connection's socket: " << static_cast<unsigned int>(errMapError())
-              << std::endl;
+    std::cout << "Failure on connection's socket: " + std::to_string(errMapError()) << std::endl;
     errno = failure;
     std::perror("Socket failed: ");
-    std::cout << "waittime = (" << wait.tv_sec << "," << wait.tv_usec << ")" << std::endl;
-    std::cout << "msec = " << msec << std::endl;
+    std::cout << "waittime = (" + std::to_string(wait.tv_sec) + "," + std::to_string(wait.tv_usec) +
+                     ")"
+              << std::endl;
+    std::cout << "msec = " + std::to_string(msec) << std::endl;
     errno = failure;
-    std::cout << "LastError = " << GetLastError() << std::endl;
+    std::cout << "LastError = " + std::to_string(GetLastError()) << std::endl;
     errno = failure;
     return SockWaitFailed;
 }

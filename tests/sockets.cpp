@@ -5,6 +5,7 @@
 #include <ctime>
 #include <functional>
 #include <future>
+#include <iostream>
 #include <optional>
 #include <string>
 #include <thread>
@@ -204,6 +205,7 @@ TEST(Servers, AFailedWaitIsReportedAndEndsTheLoop) {
          {Row{-1, "(0,0)\nmsec = -1"}, {1500, "(1,500000)\nmsec = 1500"}}) {
         CaptureStdout();
         CaptureStderr();
+        std::cout << std::hex << std::showbase;
         Unused().WaitAndProcess(msec);
         EXPECT_EQ(GetCapturedStderr(), "Socket failed: : Bad file descriptor\n");
         EXPECT_EQ(GetCapturedStdout(),
