@@ -36,12 +36,10 @@ std::string Framed(const std::string& payload) {
 }
 
 std::string Bytes(std::size_t count) {
-    std::string pattern, text;
-    for (int i = 0; i < 4099; ++i) // no multiple of a chunk
-        pattern += static_cast<char>(i * 131 >> 3);
-    while (text.size() < count)
-        text += pattern;
-    return text.substr(0, count);
+    std::string text(count, '\0');
+    for (std::size_t i = 0; i < count; ++i)
+        text[i] = static_cast<char>(i % 251); // a chunk is no multiple of it
+    return text;
 }
 
 TEST(Messages, ComeThroughWholeHoweverTheyAreCut) {

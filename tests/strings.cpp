@@ -5,6 +5,7 @@
 
 #include <climits>
 #include <clocale>
+#include <cstdlib>
 #include <locale>
 #include <random>
 #include <sstream>
@@ -67,7 +68,6 @@ TEST_F(String, IsBuiltInBuffersOfExactlyItsSize) {
     expect(dsString(static_cast<const wchar_t*>(nullptr)), "", "");
     expect(dsString(L""), "", "");
     expect(dsString(L"ab"), "ab", "4;");
-    EXPECT_EQ(Strbytes("ab"), 3);
 }
 
 TEST_F(String, IsAssignedAndAppendedTo) {
@@ -188,6 +188,18 @@ TEST_F(String, ShowsNumbersAsTheGlobalLocaleDoes) {
             }
     }
     std::locale::global(classic);
+}
+
+TEST_F(String, TheNamedFunctionsAreTheStandardOnes) {
+    char room[8] = "";
+    EXPECT_STREQ(Strcat(Strcpy(room, "abc"), "de"), "abcde");
+    EXPECT_STREQ(MemCpy(room + 1, "XYZ", 2), "XYde");
+    EXPECT_TRUE(Strchr(room, 'd') == room + 3 && Strstr(room, "de") == room + 3);
+    EXPECT_EQ(Strbytes(room), 6);
+    dsString value("before");
+    EXPECT_TRUE(!Getenv("PLINTH_UNSET", value) && Text(value) == "before");
+    setenv("PLINTH_SET", "x", 1);
+    EXPECT_TRUE(Getenv("PLINTH_SET", value) && Text(value) == "x");
 }
 
 TEST_F(String, ListsComeApart) {
