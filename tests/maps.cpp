@@ -145,15 +145,12 @@ TEST(UniqueString, CellsLiveAsLongAsTheyAreReferredTo) {
     std::map<std::string, std::vector<dsStringCell*>> model; // one pointer for each reference
     // The second half takes all references back.
     for (unsigned int step = 0; step < 20000; ++step) {
-        const unsigned int name = step < 10000 ? static_cast<unsigned int>(random()) : step;
-        const std::string text = std::to_string(name % 50);
+        const std::string text = std::to_string((step < 10000 ? random() : step) % 50);
         std::vector<dsStringCell*>& holders = model[text];
         dsStringCell* cell = holders.empty() ? nullptr : holders.back();
         if (step < 10000 && random() % 2 == 0) {
-            if (cell == nullptr || random() % 2 == 0)
-                dsStringCell::AddToDatabase(text.c_str(), cell);
-            else
-                cell->Lock();
+            cell != nullptr&& random() % 2 == 0 ? cell->Lock()
+                                                : dsStringCell::AddToDatabase(text.c_str(), cell);
             holders.push_back(cell);
             ASSERT_EQ(cell, holders.front());
             ASSERT_STREQ(cell->GetString(), text.c_str());

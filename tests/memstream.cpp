@@ -61,15 +61,9 @@ TEST(MemStream, EverySequenceOfOperationsAgreesWithAModel) {
                 const std::size_t count = std::min(length, left);
                 ASSERT_EQ(Read(stream, static_cast<int>(length)), model.substr(position, count));
                 position += count;
-            } else if (below(2) == 0 && !model.empty()) {
+            } else if (!model.empty()) {
                 position = below(model.size());
                 ASSERT_EQ(stream.Seek(static_cast<long>(position), 0), errOK);
-            } else {
-                dsXArray<char> all(nullptr);
-                ASSERT_EQ(stream.Read(all), errOK);
-                ASSERT_EQ(all.GetSize(), model.size());
-                ASSERT_EQ(std::string(all.GetDataPtr(), left), model.substr(position));
-                position += left;
             }
             ASSERT_EQ(PositionOf(stream), static_cast<long>(position)) << round << ": " << step;
         }
@@ -155,6 +149,8 @@ TEST(MemStream, IsMadeAndDestroyedByPlainFunctions) {
     EXPECT_EQ(stream->OpenWrite("any") + stream->OpenRead(nullptr), 2 * errOK);
     EXPECT_EQ(stream->Write(source), errOK);
     EXPECT_EQ(stream->Seek(2, 2), errOK);
-    EXPECT_EQ(Read(*stream, 9), "bc ");
+    EXPECT_EQ(stream->Read(source), errOK); // all of what follows, in room for all there is
+    EXPECT_EQ(source.GetSize(), 4u);
+    EXPECT_EQ(std::string(source.GetDataPtr(), 3), "bc ");
     EXPECT_EQ(DeleteStreamInMemory(stream) + DeleteStreamInMemory(nullptr), 0);
 }
