@@ -38,25 +38,16 @@ struct Content : InFolder {
 };
 
 TEST_F(Content, HasAChecksumOfCountSumAndParity) {
-    std::string random(200000, '\0');
-    unsigned int expected = 200000u << 16, found = 7;
-    for (unsigned char sum = 0; char& byte : random) {
-        byte = static_cast<char>(std::rand());
-        sum = static_cast<unsigned char>(sum + byte);
-        expected = ((expected & ~0xFF00u) | sum * 256u) ^ static_cast<unsigned char>(byte);
-    }
-    Put("from", random);
-    const long before = countnew::allocations;
-    EXPECT_EQ(pfuFS::pfuCalcCheckSumByPath(".|from", found), errOK);
-    EXPECT_EQ(countnew::allocations, before);
-    EXPECT_EQ(found, expected);
+    unsigned int found = 7;
     for (const auto& [bytes, checksum] : support::Vectors("checksum")) {
         const std::size_t times = bytes.find(" * ");
         std::string contents;
         for (int i = times == bytes.npos ? 1 : std::stoi(bytes.substr(times + 3)); i > 0; --i)
             contents += support::FromHex(bytes.substr(0, times));
         Put("from", contents);
-        EXPECT_EQ(pfuFS::pfuCalcCheckSumByPath("from", found), errOK);
+        const long before = countnew::allocations;
+        EXPECT_EQ(pfuFS::pfuCalcCheckSumByPath(".|from", found), errOK);
+        EXPECT_EQ(countnew::allocations, before);
         EXPECT_EQ(found, std::stoul(checksum, nullptr, 16)) << bytes;
     }
     const files::FileHandle writer(files::OpenTarget("busy"));

@@ -134,10 +134,9 @@ TEST(Path, LeavesTheHeapAlone) {
     EXPECT_TRUE((path += path).GetHead(entry) && path.GetHead(other));
     EXPECT_TRUE(path.GetTail(entry += "x") && path.GetTail(other));
     pfuOSPath native(path);
-    native.TrimTrailSeps();
     native.AddWildcard();
     native.GetHomeDir();
-    other.GetCurrentDir();
+    native.ToNeutral(path);
     EXPECT_EQ(countnew::allocations, before);
 }
 

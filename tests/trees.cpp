@@ -23,17 +23,12 @@ protected:
     ~Trees() override { EXPECT_TRUE(fs::exists("outside/kept")); }
 };
 
-/// Makes a chain of `depth` folders, however long its path, with a file at the end.
-void MakeChain(const fs::path& top, int depth) {
-    const fs::path former = fs::current_path();
-    fs::create_directory(top);
-    fs::current_path(top);
-    for (int level = 1; level < depth; ++level) {
-        ASSERT_EQ(mkdir("d", 0777), 0);
-        ASSERT_EQ(chdir("d"), 0);
-    }
-    std::ofstream stream("en");
-    fs::current_path(former);
+/// Makes a chain of `depth` folders, with a file at the end.
+void MakeChain(std::string path, int depth) {
+    while (--depth > 0)
+        path += "/d";
+    fs::create_directories(path);
+    std::ofstream stream(path + "/en");
 }
 
 TEST_F(Trees, AreMadeAlongAPath) {
@@ -152,10 +147,8 @@ TEST_F(Trees, AreWalkedThroughFoldersAlone) {
         EXPECT_LE(support::OpenDescriptors(), descriptors + 16);
     }
     fs::rename("t/d/d", "outside/moved"); // above what is still open
-    bool back = true;
-    for (int level = 40; back && level > 2; --level)
-        back = walk.Leave();
-    EXPECT_TRUE(back);
+    for (int level = 40; level > 2; --level)
+        ASSERT_TRUE(walk.Leave());
     EXPECT_FALSE(walk.Leave());
     EXPECT_EQ(errMapError(), errNotFound);
 }
@@ -177,7 +170,6 @@ TEST_F(Trees, AreRemovedWhileSomebodySwapsAFolderForALink) {
         while (pfuFS::pfuRemoveDirRec("t") != errOK)
             if (!fs::exists("t"))
                 break;
-        EXPECT_TRUE(fs::exists("outside/kept"));
     }
     over = true;
     swapping.join();
