@@ -119,13 +119,13 @@ std::streamsize zelOStreamBuf::xsputn(const char* data, std::streamsize count) {
     for (std::streamsize left = count;;) {
         char* const next = pptr();
         const std::streamsize part = std::min<std::streamsize>(left, epptr() - next);
-        if (part != 0) { // before there is an area there is no address either
+        if (part > 0) { // before there is an area there is no address either
             pbump(static_cast<int>(part));
             std::memcpy(next, data, static_cast<std::size_t>(part));
             data += part;
             left -= part;
         }
-        if (left == 0 || Traits::eq_int_type(overflow(Traits::eof()), Traits::eof()))
+        if (left <= 0 || Traits::eq_int_type(overflow(Traits::eof()), Traits::eof()))
             return count - left;
     }
 }

@@ -8,6 +8,8 @@
 // lie in a buffer of the caller's, which must outlive the object and which the two areas of a
 // zelIOStreamBuf share by halves. A buffer serves one thread at a time.
 //
+// Requires: a size of at least 1, and of 2 where two areas share it.
+//
 // No destructor here sends anything: the hook is gone by then. A deriving class that writes calls
 // flush() in its own destructor.
 #ifndef PLINTH_VARNHOLT_STREAMBUF_H
