@@ -1,0 +1,160 @@
+// SPDX-License-Identifier: MIT
+//
+// fileserv_run SERVER FOLDER SCRATCH [-exclude PATTERN]...: starts a server for the folder, mirrors
+// all of it into SCRATCH/out, and from there into SCRATCH/served, which a second server offers.
+// Every file is verified on both ways. Prints what was moved and how fast, and where the time of
+// all three programs went. The status is 1 if anything failed.
+#include <clocale>
+#include <csignal>
+#include <cstdlib>
+#include <iomanip>
+#include <iostream>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <unistd.h>
+
+#include <execproc.h>
+#include <pfufs.h>
+
+#include "../children.h"
+#include "mirror.h"
+#include "remote.h"
+
+namespace {
+
+using Names = std::vector<std::string>;
+
+/// A server that runs as long as the object lives. What it says when it has ended is kept.
+class ServerChild {
+public:
+    ServerChild(const std::string& program, const std::string& folder)
+        : process((Quoted(program.c_str()) + ' ' + Quoted(folder.c_str())).c_str(), 2) {
+        oPipeStream* theirEnd = nullptr;
+        iPipeStream* ourEnd = nullptr;
+        if (CreatePipeSt(&theirEnd, &ourEnd) != errOK)
+            return;
+        says.reset(ourEnd);
+        process.AssignCout(oAssignableStream(*theirEnd));
+        running = process.Start(false); // a signal from the terminal is for us to pass on
+        DeletePipe(theirEnd);
+        std::string line;
+        if (running && std::getline(*says, line))
+            port = std::atoi(line.substr(line.rfind(' ') + 1).c_str());
+    }
+    ServerChild(const ServerChild&) = delete;
+    ServerChild& operator=(const ServerChild&) = delete;
+    ~ServerChild() { Stop(); }
+
+    [[nodiscard]] int Port() const { return port; }
+
+    /// Its last lines.
+    Names Stop() {
+        Names lines;
+        if (!running)
+            return lines;
+        process.Interrupt();
+        process.WaitForProcess();
+        running = false;
+        for (std::string line; std::getline(*says, line);)
+            lines.push_back(line);
+        return lines;
+    }
+
+private:
+    ExecProcess process;
+    std::unique_ptr<iPipeStream, PipeDeleter> says;
+    bool running = false;
+    int port = 0;
+};
+
+/// One way: what was done, and what the server says of its time.
+struct Way {
+    fileserv::Tally tally;
+    double seconds = 0;
+    Names server;
+};
+
+bool Go(const Names& paths, const Names& excluded, bool out, zelService& service, Way& way) {
+    const std::string &program = paths[0], &served = paths[1], &local = paths[2];
+    ServerChild server(program, served);
+    const auto remote = server.Port() != 0
+                            ? fileserv::RemoteFolder::Connect("localhost", server.Port(), &service)
+                            : nullptr;
+    if (remote == nullptr) {
+        std::cerr << "fileserv_run: no server for " << served << '\n';
+        return false;
+    }
+    fileserv::Progress progress(isatty(STDERR_FILENO) == 1);
+    fileserv::Mirror mirror(*remote, progress, excluded);
+    if (out)
+        mirror.Out("", local);
+    else
+        mirror.Into(local, "");
+    const bool good = progress.Report();
+    way.tally = progress.Result();
+    way.seconds = progress.Seconds();
+    way.server = server.Stop();
+    return good;
+}
+
+void PrintRow(const char* name, const Way& way) {
+    const auto bytes = static_cast<double>(way.tally.bytes);
+    std::cout << std::left << std::setw(18) << name << std::right << std::setw(9) << way.tally.files
+              << std::setw(9) << way.tally.folders << std::setw(15) << way.tally.bytes << std::fixed
+              << std::setprecision(2) << std::setw(9) << way.seconds << std::setprecision(1)
+              << std::setw(9) << (way.seconds > 0 ? bytes / way.seconds / 1e6 : 0) << std::setw(8)
+              << way.tally.failures.size() << '\n';
+}
+
+void PrintServer(const char* name, const Way& way) {
+    std::cout << name << '\n';
+    for (const std::string& line : way.server)
+        std::cout << "    " << line << '\n';
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    std::setlocale(LC_ALL, ""); // names of files are in the user's encoding
+    Names excluded;
+    bool good = argc >= 4 && argc % 2 == 0;
+    for (int i = 4; good && i < argc; i += 2) {
+        good = std::string(argv[i]) == "-exclude";
+        excluded.emplace_back(argv[i + 1]);
+    }
+    if (!good) {
+        std::cerr << "usage: fileserv_run SERVER FOLDER SCRATCH [-exclude PATTERN]...\n";
+        return 2;
+    }
+    zelService service;
+    service.StopOnSignal(SIGINT);
+    service.StopOnSignal(SIGTERM);
+    const std::string scratch = argv[3], copy = scratch + "/out", second = scratch + "/served";
+    const errstatus made = pfuFS::pfuMakeDirRec(second.c_str());
+    if (made != errOK) {
+        std::cerr << "fileserv_run: " << second << ": " << errName(made) << '\n';
+        return EXIT_FAILURE;
+    }
+
+    Way out, into;
+    std::cout << "out of " << argv[2] << std::endl;
+    good = Go({argv[1], argv[2], copy}, excluded, true, service, out);
+    std::cout << "into a second served folder" << std::endl;
+    good = Go({argv[1], second, copy}, {}, false, service, into) && good;
+    good = good && out.tally.files == into.tally.files && out.tally.bytes == into.tally.bytes &&
+           out.tally.folders == into.tally.folders;
+
+    std::cout
+        << "\nmirrored              files  folders          bytes  seconds     MB/s  failed\n";
+    PrintRow("out", out);
+    PrintRow("into", into);
+    std::cout << (good ? "all of it verified by checksum\n" : "NOT all of it is the same\n")
+              << "\nwhere the time went\n";
+    std::cout << std::defaultfloat << std::setprecision(6);
+    PrintServer("the server, out", out);
+    PrintServer("the server, into", into);
+    std::cout << "the client, both ways\n"; // the lines of this process come at its end
+    return good ? EXIT_SUCCESS : EXIT_FAILURE;
+}
