@@ -14,6 +14,7 @@
 #include <vector>
 
 #include <signal.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <gtest/gtest.h>
@@ -170,7 +171,14 @@ TEST_F(FileService, AnswersEveryRequest) {
     EXPECT_EQ(client->GetEntry("a|none", entry), errNotFound);
     fs::remove(served / "huge");
 
+    // Nobody writes to this pipe, and nobody waits for it.
+    ASSERT_EQ(mkfifo((served / "pipe").c_str(), 0600), 0);
     Sum sum;
+    EXPECT_EQ(client->GetSum("pipe", sum), errOK);
+    EXPECT_EQ(client->FetchFile("pipe", (temp.path / "copy").string(), nullptr), errOK);
+    EXPECT_EQ(ReadFile(temp.path / "copy"), "");
+    fs::remove(served / "pipe");
+
     ASSERT_EQ(client->GetSum("a\\file", sum), errOK);
     EXPECT_EQ(sum.size, 7);
     EXPECT_EQ(sum.checksum, 0x0007FB69U);
