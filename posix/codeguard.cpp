@@ -71,6 +71,16 @@ public:
         return false;
     }
 
+    /// True if the place is that of a system call in here that a signal has cut short.
+    [[nodiscard]] bool HoldsSleeper(const Place& place) const {
+        std::uint16_t before = 0;
+        if (place.result != -EINTR || !Holds(place.code))
+            return false;
+        std::memcpy(&before, reinterpret_cast<const char*>(place.code) - sizeof before,
+                    sizeof before);
+        return before == place.syscall;
+    }
+
 private:
     struct Search {
         GuardedCode* found;
@@ -138,18 +148,16 @@ bool IsInGuardedCode(const void* context) {
     if (!isKnown || code == nullptr)
         return false;
     const Place place = PlaceOf(*static_cast<const ucontext_t*>(context));
-    if (!code->Holds(place.code))
-        return false;
-    std::uint16_t before = 0;
-    std::memcpy(&before, reinterpret_cast<const char*>(place.code) - sizeof before, sizeof before);
-    return before != place.syscall || place.result != -EINTR;
+    return code->Holds(place.code) && !code->HoldsSleeper(place);
 }
 
 bool IsInHandler(const void* context, const sigset_t& usual) {
     // The kernel's set is the first eight bytes; what lies behind is nobody's.
     constexpr std::size_t size = 8;
-    return isKnown && guarded.load() != nullptr &&
-           std::memcmp(&static_cast<const ucontext_t*>(context)->uc_sigmask, &usual, size) != 0;
+    const GuardedCode* code = guarded.load();
+    const ucontext_t& interrupted = *static_cast<const ucontext_t*>(context);
+    return isKnown && code != nullptr && std::memcmp(&interrupted.uc_sigmask, &usual, size) != 0 &&
+           !code->HoldsSleeper(PlaceOf(interrupted));
 }
 
 } // namespace posix

@@ -21,7 +21,8 @@ void LearnGuardedCode();
 bool IsInGuardedCode(const void* context);
 
 /// True if `context` runs with another signal mask than `usual`, as a signal handler does that
-/// has interrupted who knows what.
+/// has interrupted who knows what. A thread that was asleep in a system call is taken for one that
+/// has set its own mask: handlers hardly sleep.
 bool IsInHandler(const void* context, const sigset_t& usual);
 
 } // namespace posix

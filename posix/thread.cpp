@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <climits>
+#include <new>
 
 namespace posix {
 
@@ -11,7 +12,7 @@ namespace {
 // Of the one kind that a signal handler may read.
 #define PLINTH_HANDLER_SAFE [[gnu::tls_model("initial-exec")]] thread_local constinit
 PLINTH_HANDLER_SAFE Thread* current = nullptr;
-PLINTH_HANDLER_SAFE zelThreadSelf self = {nullptr, 0};
+PLINTH_HANDLER_SAFE zelThreadSelf self = {nullptr, 0, 0, 0};
 #undef PLINTH_HANDLER_SAFE
 
 /// What stands for each thread that was not started here.
@@ -20,10 +21,15 @@ public:
     void ReleaseHandle() override {}
 };
 
-/// Fills in what `self` says; `thread` is null for a thread that was not started here.
-void Introduce(HandleObject* thread) {
-    static HandleObject* const other = new OtherThread; // for good: threads outlive statics
-    self.handle = thread != nullptr ? thread : other;
+void* StandIn() {
+    alignas(OtherThread) static char place[sizeof(OtherThread)];
+    static HandleObject* const other = new (place) OtherThread; // for good: threads outlive statics
+    return other;
+}
+
+/// Fills in what `self` says.
+void Introduce(void* handle) {
+    self.handle = handle;
     self.id = static_cast<unsigned int>(sys::gettid());
 }
 
@@ -72,10 +78,24 @@ Thread* Thread::Current() {
     return current;
 }
 
-const zelThreadSelf& Thread::Self() {
+zelThreadSelf& Thread::Self() {
     if (self.id == 0)
-        Introduce(nullptr);
+        Introduce(StandIn());
     return self;
+}
+
+/// Whether a shield stands between the calling thread and its stop, which then is due.
+bool Thread::IsShielded() {
+    if (self.shields == 0)
+        return false;
+    self.stopIsDue = 1;
+    return true;
+}
+
+void Thread::ObeyStop() {
+    self.stopIsDue = 0;
+    if (current != nullptr)
+        current->Obey(nullptr);
 }
 
 void Thread::Drop() {
@@ -125,6 +145,7 @@ void Thread::Publish() {
 /// and will join it.
 void Thread::Finish() {
     phase = Ending;
+    self.handle = StandIn(); // what still runs on this thread must not be led to the record
     if (reaper.exchange(Gone) == Nobody) {
         current = nullptr;
         pthread_detach(pthread_self());
@@ -153,7 +174,7 @@ void* Thread::Main(void* word) {
     Thread* const thread = static_cast<Thread*>(word);
     current = thread;
     endGuard.thread = thread;
-    Introduce(thread);
+    Introduce(static_cast<HandleObject*>(thread));
     if (thread->id.exchange(static_cast<std::uint32_t>(self.id)) == askedId)
         FutexWake(thread->id, 1);
     Frame frame;

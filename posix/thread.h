@@ -29,7 +29,9 @@ public:
     /// The calling thread's record; null on a thread that was not started here.
     static Thread* Current();
     /// Its handle and id, whoever started it.
-    static const zelThreadSelf& Self();
+    static zelThreadSelf& Self();
+    /// See zelObeyStop.
+    static void ObeyStop();
 
     void Hold() { holders.fetch_add(1, std::memory_order_relaxed); }
     void Drop();
@@ -94,6 +96,7 @@ private:
     static bool TakeSignal();
     static void UnblockSignal(sigset_t& mask);
     static void OnSignal(int number, siginfo_t* info, void* context);
+    static bool IsShielded();
     void Obey(const void* context);
     [[noreturn]] void Jump();
     bool Stop();

@@ -25,23 +25,6 @@ constexpr long tickNanoseconds = 50'000;
 constexpr int handlerLooks = 400;
 constexpr int guardLooks = 5000;
 
-/// Keeps the private signal from the calling thread for a while.
-class Shield {
-public:
-    Shield() {
-        sigset_t set;
-        sigemptyset(&set);
-        sigaddset(&set, zelTerminateSignal());
-        pthread_sigmask(SIG_BLOCK, &set, &before);
-    }
-    Shield(const Shield&) = delete;
-    Shield& operator=(const Shield&) = delete;
-    ~Shield() { pthread_sigmask(SIG_SETMASK, &before, nullptr); }
-
-private:
-    sigset_t before;
-};
-
 /// Sends the private signal to a thread every now and then while it runs, so that the thread is
 /// looked at often however seldom the one who stops it gets to run.
 class Ticker {
@@ -130,18 +113,21 @@ bool Thread::MustWait(const void* context) {
            (looks <= handlerLooks && IsInHandler(context, frame->mask));
 }
 
+/// Does what is asked, in a signal handler or, without a context, when the last shield has fallen.
 void Thread::Obey(const void* context) {
     std::uint32_t asked = order;
+    const bool isShielded = IsShielded();
     if (asked == Raw) {
-        if (phase != Ending && order.compare_exchange_strong(asked, Exiting))
+        if (!isShielded && phase != Ending && order.compare_exchange_strong(asked, Exiting))
             sys::exit_thread();
         return;
     }
     if (asked != Asked && asked != Watched && asked != Forced)
         return; // asked too long ago
-    const bool mustWait = asked != Forced && MustWait(context);
-    if (mustWait && asked == Watched)
-        return; // until the next tick
+    const bool mustWait =
+        isShielded || (asked != Forced && context != nullptr && MustWait(context));
+    if (mustWait && asked != Asked)
+        return; // until the next tick, or the fall of the shield
     if (!order.compare_exchange_strong(asked, mustWait ? PutOff : Taken))
         return;
     FutexWake(order, 1);
@@ -256,7 +242,8 @@ bool Thread::Terminate(unsigned int code) {
     }
     if (ExitCode())
         return true;
-    const Shield shield; // whoever is stopped half-way here leaves a thread that nobody can stop
+    // Whoever is stopped half-way here leaves a thread that nobody can stop.
+    const zelStopShield shield;
     if (!TakeSignal()) {
         errno = EBUSY;
         return false;

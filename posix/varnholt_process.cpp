@@ -11,6 +11,7 @@
 #include "posix/childwatch.h"
 #include "posix/commandline.h"
 #include "posix/handleobject.h"
+#include "posix/innerlock.h"
 #include "posix/processcalls.h"
 #include "posix/spawn.h"
 
@@ -18,12 +19,14 @@ namespace {
 
 constexpr long codeNotKnown = -1; ///< of a child that the host has collected
 
+/// Guards all children; nothing blocks under it.
+constinit posix::InnerLock childLock;
+
 /// A child that was launched here, as its record's handle points to it.
 ///
-/// One lock guards all of them; nothing blocks under it. The children whose end is not recorded
-/// yet stand in a table by their id, also after their record was let go, so that no signal is
-/// sent to an id that is another's by now, and no child is left uncollected. Beside the table the
-/// handle holds the record, and so does every event.
+/// Those whose end is not recorded yet stand in a table by their id, also after their record was
+/// let go, so that no signal is sent to an id that is another's by now, and no child is left
+/// uncollected. Beside the table the handle holds the record, and so does every event.
 class Child : public posix::HandleObject {
 public:
     using Pointer = std::shared_ptr<Child>;
@@ -36,13 +39,11 @@ public:
     /// The record behind a handle, or null with the error set for a word that stands for none.
     static Pointer Of(void* process);
 
-    static std::mutex& Lock();
-
     /// Whether the child has ended, and its code then. `collect` makes the system forget it.
     bool HasEnded(bool collect, long* exitCode);
     /// Blocks until the child has ended, whoever collects it. The lock is given up meanwhile.
     /// False when there is no waiting for it.
-    bool AwaitEnd(std::unique_lock<std::mutex>& lock);
+    bool AwaitEnd(std::unique_lock<posix::InnerLock>& lock);
     bool Signal(int signal);
     posix::SharedDescriptor EndDescriptor();
     void ReleaseHandle() override;
@@ -65,13 +66,7 @@ private:
     posix::SharedDescriptor end = posix::NoDescriptor(); ///< of the process, until it has ended
 };
 
-// The lock and the table are never destroyed: the last destructors of a program may let records
-// go.
-std::mutex& Child::Lock() {
-    static std::mutex& lock = *new std::mutex;
-    return lock;
-}
-
+// Never destroyed: the last destructors of a program may let records go.
 Child::Table& Child::Children() {
     static Table& children = *new Table;
     return children;
@@ -85,7 +80,7 @@ int Child::Launch(char* const* words, const int (&standard)[3], bool ownSession,
     entry.emplace(0, child);
     Table::node_type node = entry.extract(entry.begin());
 
-    std::unique_lock<std::mutex> lock(Lock());
+    std::unique_lock<posix::InnerLock> lock(childLock);
     CollectAbandoned();
     lock.unlock();
     pid_t started = 0;
@@ -182,7 +177,7 @@ bool Child::HasEnded(bool collect, long* exitCode) {
     return true;
 }
 
-bool Child::AwaitEnd(std::unique_lock<std::mutex>& lock) {
+bool Child::AwaitEnd(std::unique_lock<posix::InnerLock>& lock) {
     if (ended)
         return true;
     const posix::SharedDescriptor held = end; // another thread may record the end meanwhile
@@ -218,7 +213,7 @@ posix::SharedDescriptor Child::EndDescriptor() {
 
 void Child::ReleaseHandle() {
     const sys::KeepErrno keep;
-    const std::lock_guard<std::mutex> guard(Lock());
+    const std::lock_guard<posix::InnerLock> guard(childLock);
     const Pointer last = std::move(self);
     long unused = 0;
     HasEnded(true, &unused);
@@ -245,7 +240,7 @@ bool Process_Wait(void* process, long* code, bool wait, bool collect) {
     const Child::Pointer child = Child::Of(process);
     if (child == nullptr)
         return false;
-    std::unique_lock<std::mutex> lock(Child::Lock());
+    std::unique_lock<posix::InnerLock> lock(childLock);
     if (wait && !child->AwaitEnd(lock))
         return false;
     return child->HasEnded(collect, code);
@@ -261,7 +256,7 @@ bool Process_GetExitCode(void* process, long* code) {
     const Child::Pointer child = Child::Of(process);
     if (child == nullptr)
         return false;
-    const std::lock_guard<std::mutex> guard(Child::Lock());
+    const std::lock_guard<posix::InnerLock> guard(childLock);
     if (child->HasEnded(false, code))
         return true;
     errno = EBUSY;
@@ -272,12 +267,12 @@ bool Process_Kill(void* process) {
     const Child::Pointer child = Child::Of(process);
     if (child == nullptr)
         return false;
-    const std::lock_guard<std::mutex> guard(Child::Lock());
+    const std::lock_guard<posix::InnerLock> guard(childLock);
     return child->Signal(SIGKILL);
 }
 
 bool Process_Interrupt(unsigned long id) {
-    const std::lock_guard<std::mutex> guard(Child::Lock());
+    const std::lock_guard<posix::InnerLock> guard(childLock);
     if (const Child::Pointer child = Child::Find(id))
         return child->Signal(SIGINT);
     errno = ESRCH;
@@ -296,7 +291,7 @@ zelPROCESSEvent::zelPROCESSEvent(void* process) {
 int zelPROCESSEvent::GetDescriptor() {
     if (watched && (!end || *end == -1)) {
         const sys::KeepErrno keep;
-        const std::lock_guard<std::mutex> guard(Child::Lock());
+        const std::lock_guard<posix::InnerLock> guard(childLock);
         end = static_cast<Child*>(watched.get())->EndDescriptor();
     }
     return end ? *end : -1;

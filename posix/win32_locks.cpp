@@ -4,16 +4,25 @@
 #include <bit>
 #include <new>
 
+#include "outside/win32/threads.h"
 #include "posix/futex.h"
 #include "posix/handleobject.h"
 
 void zelEnterHeldSection(CRITICAL_SECTION* section) {
+    zelStopShield shield;
     // Whoever has waited once marks the section for all that may still wait behind.
-    while (section->state.exchange(2, std::memory_order_acquire) != 0)
+    while (section->state.exchange(2, std::memory_order_acquire) != 0) {
         posix::FutexWait(section->state, 2, posix::Deadline::Never());
+        if (shield.KeepsAStopWaiting()) {
+            posix::FutexWake(section->state, 1); // it may have been the one that was woken
+            shield.GiveWay();
+        }
+    }
 }
 
-void zelWakeSection(CRITICAL_SECTION* section) {
+void zelLeaveSharedSection(CRITICAL_SECTION* section) {
+    const zelStopShield shield;
+    section->state.store(0, std::memory_order_release);
     posix::FutexWake(section->state, 1);
 }
 
@@ -28,6 +37,7 @@ public:
     void ReleaseHandle() override { delete this; }
 
     std::optional<bool> Wait(const posix::Deadline& deadline) override {
+        zelStopShield shield;
         std::uint64_t state = word.load();
         for (;;) {
             if (CountIn(state) > 0) {
@@ -40,10 +50,16 @@ public:
             word.fetch_add(sleeper);
             posix::FutexWait(CountWord(), 0, deadline);
             state = word.fetch_sub(sleeper) - sleeper;
+            if (shield.KeepsAStopWaiting()) {
+                posix::FutexWake(CountWord(), 1); // it may have been the one that was woken
+                shield.GiveWay();
+                state = word.load();
+            }
         }
     }
 
     bool Release(std::uint32_t count, std::uint32_t& previous) {
+        const zelStopShield shield;
         const std::atomic<std::uint32_t>& sleptOn = CountWord();
         std::uint64_t state = word.load();
         do {

@@ -50,8 +50,12 @@ int zelTerminateSignal() {
     return SIGRTMIN + 11;
 }
 
-const zelThreadSelf& zelCurrentThread() {
+zelThreadSelf& zelCurrentThread() {
     return posix::Thread::Self();
+}
+
+void zelObeyStop() {
+    posix::Thread::ObeyStop();
 }
 
 void* GetCurrentThread() {

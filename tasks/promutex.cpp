@@ -81,6 +81,7 @@ inline void proMutex::AddContenders(int amount) {
             return;
         seen = std::bit_cast<Guarded>(bits);
     }
+    const zelStopShield shield; // a stopped thread must not shut the section for all others
     LockTryHandle();
     Write(contenders, Read(contenders) + amount);
     UnlockTryHandle();
@@ -109,11 +110,12 @@ bool proMutex::Lock() {
 bool proMutex::TryLock() {
     if (!initialised)
         return false;
-    const zelThreadSelf& self = zelCurrentThread();
+    zelThreadSelf& self = zelCurrentThread();
     if (Read(ownerId) == self.id) {
         ++recursion;
         return true;
     }
+    const zelStopShield shield(self);
     LockTryHandle();
     if (Read(contenders) != 0) {
         UnlockTryHandle();
@@ -132,6 +134,7 @@ bool proMutex::Unlock() {
         return false;
     if (--recursion != 0)
         return true;
+    const zelStopShield shield; // who is stopped here has let go, and does not count any more
     ownerThread = badThreadHandle;
     Write(ownerId, nobody);
     LeaveCriticalSection(&mainHandle);

@@ -23,9 +23,10 @@ inline void InitializeCriticalSection(CRITICAL_SECTION* section) {
 }
 inline void DeleteCriticalSection(CRITICAL_SECTION*) {}
 
-/// The rest of entering and leaving, where others hold the section or wait for it.
+/// The rest of entering and leaving, where others hold the section or wait for it. A thread that is
+/// stopped in there leaves no wake-up owing to the others.
 ZEL_EXPORT void zelEnterHeldSection(CRITICAL_SECTION* section);
-ZEL_EXPORT void zelWakeSection(CRITICAL_SECTION* section);
+ZEL_EXPORT void zelLeaveSharedSection(CRITICAL_SECTION* section);
 
 /// Requires: the calling thread does not hold the section, or it waits for itself for ever.
 inline void EnterCriticalSection(CRITICAL_SECTION* section) {
@@ -36,8 +37,10 @@ inline void EnterCriticalSection(CRITICAL_SECTION* section) {
 }
 /// Requires: the calling thread holds the section.
 inline void LeaveCriticalSection(CRITICAL_SECTION* section) {
-    if (section->state.exchange(0, std::memory_order_release) == 2)
-        zelWakeSection(section);
+    std::uint32_t expected = 1;
+    if (!section->state.compare_exchange_strong(expected, 0, std::memory_order_release,
+                                                std::memory_order_relaxed))
+        zelLeaveSharedSection(section);
 }
 
 /// A new semaphore with a count and its ceiling, as a handle (see handles.h) that

@@ -9,6 +9,9 @@
 #ifndef PLINTH_WIN32_THREADS_H
 #define PLINTH_WIN32_THREADS_H
 
+#include <atomic>
+#include <csignal>
+
 #include "outside/win32/handles.h"
 #include "outside/zelexport.h"
 
@@ -30,7 +33,8 @@
 /// then runs on. While the thread is inside the C library or the allocator its stop is put
 /// off, for 250 ms of running at the most. A thread that stops itself does not come back.
 ///
-/// A thread inside TerminateThread cannot be stopped until its call is over.
+/// A thread inside TerminateThread, or wherever else a zelStopShield stands, cannot be stopped
+/// until it comes out; so no lock of the library's own goes with a thread that is stopped.
 [[nodiscard]] ZEL_EXPORT bool TerminateThread(void* thread, unsigned int exitCode);
 
 /// The real-time signal that TerminateThread uses. Its handler is installed by the first call,
@@ -46,12 +50,53 @@
 /// Never 0 and never 0xFFFFFFFF.
 [[nodiscard]] ZEL_EXPORT unsigned long GetCurrentThreadId();
 
-/// Both at once and at the least cost, for the library itself.
+/// Both at once and at the least cost, for the library itself; and what is between the thread and
+/// whoever would stop it.
 struct zelThreadSelf {
     void* handle;
     unsigned long id;
+    volatile std::sig_atomic_t shields;   ///< how many stand
+    volatile std::sig_atomic_t stopIsDue; ///< one of them has put off a stop
 };
-[[nodiscard]] const zelThreadSelf& zelCurrentThread();
+[[nodiscard]] zelThreadSelf& zelCurrentThread();
+
+/// Stops the calling thread if that is still asked for.
+void zelObeyStop();
+
+/// Puts off stops of the calling thread as long as one stands: where it holds a lock of the
+/// library's own, or owes others a wake-up. Costs no atomic operation. A stop that was put off
+/// happens when the last one falls, in there.
+class zelStopShield {
+public:
+    explicit zelStopShield(zelThreadSelf& own = zelCurrentThread()) : self(own) { Raise(self); }
+    zelStopShield(const zelStopShield&) = delete;
+    zelStopShield& operator=(const zelStopShield&) = delete;
+    ~zelStopShield() { Lower(self); }
+
+    /// True when a stop waits for this shield alone. Whoever sleeps behind one looks each time that
+    /// a signal wakes him: he tidies up, gives way, and goes on if he comes back.
+    [[nodiscard]] bool KeepsAStopWaiting() const {
+        return self.stopIsDue != 0 && self.shields == 1;
+    }
+    void GiveWay() {
+        Lower(self);
+        Raise(self);
+    }
+
+    static void Raise(zelThreadSelf& self) {
+        self.shields = self.shields + 1;
+        std::atomic_signal_fence(std::memory_order_seq_cst);
+    }
+    static void Lower(zelThreadSelf& self) {
+        std::atomic_signal_fence(std::memory_order_seq_cst);
+        self.shields = self.shields - 1;
+        if (self.stopIsDue != 0 && self.shields == 0)
+            zelObeyStop();
+    }
+
+private:
+    zelThreadSelf& self;
+};
 
 constexpr unsigned int zelWaitInfinite = 0xFFFFFFFF;
 constexpr unsigned int zelWaitSignaled = 0;
