@@ -1,22 +1,15 @@
 // SPDX-License-Identifier: MIT
 #include "prolock.h"
 
-#include <fstream>
 #include <memory>
 
+#include "outside/varnholt/process.h"
 #include "outside/win32/threads.h"
 #include "tests/tasks.h"
 
 using namespace tasks;
 
 namespace {
-
-/// Whether a thread sleeps in the system, as whoever waits must.
-bool Sleeps(unsigned long thread) {
-    std::ifstream file("/proc/self/task/" + std::to_string(thread) + "/stat");
-    std::string number, name, state;
-    return file >> number >> name >> state && state == "S";
-}
 
 class Locks : public Weather {};
 
@@ -63,6 +56,28 @@ TEST_P(Locks, WaitersSleepAndOneKilledAtItIsCountedForEver) {
     EXPECT_TRUE(mutex.Unlock() && semaphore.Increment());
     EXPECT_FALSE(mutex.TryLock()); // gives way to the dead, while Lock does not
     EXPECT_TRUE(mutex.Lock() && mutex.Unlock() && semaphore.Decrement());
+}
+
+TEST_P(Locks, OfTheLibrarysOwnDoNotGoWithAKilledThread) {
+    proMutex mutex;
+    ASSERT_TRUE(mutex.Lock());
+    const std::function<void()> calls[] = {
+        [&] { EXPECT_FALSE(mutex.TryLock()); },
+        [] { EXPECT_FALSE(Process_Interrupt(0)); },
+    };
+    for (int i = 0; i < 400; ++i) {
+        std::atomic<bool> runs{false};
+        Task task([&] {
+            for (;; runs = true)
+                calls[i % 2]();
+            return 0U;
+        });
+        ASSERT_TRUE(task.Start());
+        while (!runs)
+            std::this_thread::yield();
+        EXPECT_TRUE(task.Kill());
+        std::thread(calls[i % 2]).join(); // comes back
+    }
 }
 
 TEST_P(Locks, AdmitAsManyAsTheyShould) {

@@ -4,6 +4,7 @@
 #ifndef PLINTH_TESTS_TASKS_H
 #define PLINTH_TESTS_TASKS_H
 
+#include <fstream>
 #include <functional>
 #include <optional>
 
@@ -39,6 +40,13 @@ bool Eventually(Condition condition) {
         if (std::chrono::steady_clock::now() - start > std::chrono::seconds(20))
             return false;
     return true;
+}
+
+/// Whether a thread sleeps in the system, as whoever waits must.
+inline bool Sleeps(unsigned long thread) {
+    std::ifstream file("/proc/self/task/" + std::to_string(thread) + "/stat");
+    std::string number, name, state;
+    return file >> number >> name >> state && state == "S";
 }
 
 inline long Threads() {

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <fstream>
+#include <map>
 #include <memory>
 
 #include <sys/eventfd.h>
@@ -10,6 +11,7 @@
 
 #include "outside/win32/handles.h"
 #include "outside/win32/threads.h"
+#include "pipestream.h"
 #include "tests/tasks.h"
 
 // The one holds signals back until the next call, the other has the heap and lies in the program.
@@ -68,7 +70,9 @@ TEST(Record, SetsItsFieldsAsOneAndReadsAliveBeforeTheStart) {
 TEST_P(Kills, StopAtOnceWhereverTheThreadIs) {
     const long threads = Threads();
     int ends[2];
-    ASSERT_EQ(0, pipe(ends));
+    oPipeStream* full = nullptr;
+    iPipeStream* unread = nullptr;
+    ASSERT_TRUE(pipe(ends) == 0 && CreatePipeSt(&full, &unread) == errOK);
     volatile bool never = false;
     const std::function<void()> places[] = {
         [&] {
@@ -77,7 +81,10 @@ TEST_P(Kills, StopAtOnceWhereverTheThreadIs) {
             for (;;)
                 pause();
         },
-        [&] { EXPECT_EQ(0, read(ends[0], ends, 1)); },
+        [&] {
+            while (read(ends[0], ends, 1) == -1)
+                ;
+        },
         []() noexcept {
             const CountsItsEnd frame{unwound};
             try {
@@ -86,29 +93,42 @@ TEST_P(Kills, StopAtOnceWhereverTheThreadIs) {
             } catch (...) {
             }
         },
+        [&] {
+            static const std::string much(1 << 20, 'x');
+            EXPECT_EQ(0, full->rdbuf()->sputn(much.data(), 1 << 20));
+        },
     };
-    for (int i = 0; i < 60; ++i) {
+    std::map<int, long long> quickest;
+    for (int i = 0; i < 160; ++i) {
         const int before = entered, localsBefore = threadLocalsGone;
+        std::atomic<unsigned long> id{0};
         Task task([&] {
             thread_local const CountsItsEnd local{threadLocalsGone};
             static_cast<void>(&local);
             ++entered;
-            places[i % 3]();
+            id = GetCurrentThreadId();
+            places[i % 4]();
             return 0U;
         });
         // A starter that blocks every signal has threads that can be stopped all the same.
         sigset_t all, former;
         sigfillset(&all);
-        pthread_sigmask(SIG_BLOCK, &all, &former);
+        pthread_sigmask(i % 16 < 8 ? SIG_BLOCK : SIG_UNBLOCK, &all, &former);
         ASSERT_TRUE(task.Start());
         pthread_sigmask(SIG_SETMASK, &former, nullptr);
-        while (i % 2 == 0 && entered == before) // the others are stopped as early as can be
-            std::this_thread::yield();
-        EXPECT_TRUE(task.Kill()) << i % 3;
+        const bool isThere = i % 8 < 4; // the others are stopped as early as can be
+        EXPECT_TRUE(!isThere || Eventually([&] { return id != 0 && (i % 4 == 0 || Sleeps(id)); }));
+        const auto took = support::MillisecondsOf([&] { EXPECT_TRUE(task.Kill()) << i % 4; });
+        if (isThere)
+            quickest[i % 16] = std::min(quickest.emplace(i % 16, took).first->second, took);
         EXPECT_TRUE(task.GetExitStatus().IsKilled());
         EXPECT_EQ(badThreadHandle, task.GetHandle());
         EXPECT_LE(entered - before, threadLocalsGone - localsBefore);
     }
+    for (const auto& [place, milliseconds] : quickest)
+        EXPECT_LT(milliseconds, 10) << place;
+    DeletePipe(full);
+    DeletePipe(unread);
     EXPECT_EQ(0, unwound);
     EXPECT_EQ(threads, Threads());
 }
