@@ -23,6 +23,11 @@ public:
         mutex.unlock();
         zelStopShield::Lower(zelCurrentThread());
     }
+    /// In a forked process, after its parent has locked: nobody stops anybody there.
+    void UnlockInCopy() {
+        zelCurrentThread().stopIsDue = 0;
+        unlock();
+    }
 
 private:
     std::mutex mutex;

@@ -2,12 +2,12 @@
 #include "outside/win32/files.h"
 
 #include <algorithm>
-#include <mutex>
 #include <new>
 #include <vector>
 
 #include "outside/win32/handles.h"
 #include "posix/filecalls.h"
+#include "posix/innerlock.h"
 #include "posix/polling.h"
 
 namespace {
@@ -17,19 +17,20 @@ class KeptFromForks {
 public:
     /// The one list. It is never destroyed: a process may be forked until the very end.
     static KeptFromForks& List() {
+        const zelStopShield shield;
         static KeptFromForks& list = *new KeptFromForks;
         return list;
     }
 
     bool Add(int descriptor) {
-        const std::lock_guard<std::mutex> hold(guard);
+        const std::lock_guard<posix::InnerLock> hold(guard);
         if (!noticed)
             return false;
         descriptors.push_back(descriptor);
         return true;
     }
     void Remove(int descriptor) {
-        const std::lock_guard<std::mutex> hold(guard);
+        const std::lock_guard<posix::InnerLock> hold(guard);
         std::erase(descriptors, descriptor);
     }
 
@@ -42,13 +43,13 @@ private:
         descriptors.clear();
     }
 
-    std::mutex guard;
+    posix::InnerLock guard;
     std::vector<int> descriptors;
     const bool noticed =
         sys::pthread_atfork([] { List().guard.lock(); }, [] { List().guard.unlock(); },
                             [] {
                                 List().CloseAll();
-                                List().guard.unlock();
+                                List().guard.UnlockInCopy();
                             }) == 0;
 };
 
