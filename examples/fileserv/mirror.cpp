@@ -33,6 +33,7 @@ void Mirror::Out(const std::string& path, const std::string& folder) {
     if (status != errOK)
         return progress.Fail(folder, errName(status));
     OutTree(path, folder);
+    NoteLoss();
 }
 
 void Mirror::Into(const std::string& folder, const std::string& path) {
@@ -46,6 +47,13 @@ void Mirror::Into(const std::string& folder, const std::string& path) {
             return progress.Fail(path, errName(status));
     }
     IntoTree(folder, path);
+    NoteLoss();
+}
+
+/// Without a connection nothing more is tried.
+void Mirror::NoteLoss() {
+    if (!remote.IsUsable())
+        progress.Fail("", "the connection is lost, and the rest was not looked at");
 }
 
 bool Mirror::IsExcluded(const std::string& name) const {

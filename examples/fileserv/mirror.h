@@ -25,6 +25,7 @@ public:
     void Into(const std::string& folder, const std::string& path);
 
 private:
+    void NoteLoss();
     [[nodiscard]] bool IsExcluded(const std::string& name) const;
     bool Prepare(const std::string& name, const std::string& path, const std::string& local);
     void OutTree(const std::string& path, const std::string& folder);
