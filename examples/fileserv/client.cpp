@@ -17,7 +17,8 @@
 
 #include <cmdargxp.h>
 #include <execproc.h>
-#include <pfudir.h>
+
+#include <outside/win32/files.h>
 
 #include "../children.h"
 #include "mirror.h"

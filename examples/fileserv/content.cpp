@@ -1,10 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include "content.h"
 
-#include <cstring>
-
-#include <pfudir.h>
 #include <pfufs.h>
+
+#include <outside/win32/files.h>
 
 #include "names.h"
 #include "profile.h"

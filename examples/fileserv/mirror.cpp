@@ -57,7 +57,8 @@ void Mirror::NoteLoss() {
 }
 
 bool Mirror::IsExcluded(const std::string& name) const {
-    return std::any_of(excluded.begin(), excluded.end(),
+    return IsOwn(name.c_str()) ||
+           std::any_of(excluded.begin(), excluded.end(),
                        [&](const std::string& pattern) { return Matches(name, pattern); });
 }
 

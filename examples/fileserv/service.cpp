@@ -50,12 +50,11 @@ void FileService::Serve(Connection& connection) {
 }
 
 void FileService::Answer(const Request& request, NamedLocks& locks, Connection& connection) {
-    errstatus status = errNotSupported;
-    if (request.operation == Lock || request.operation == Unlock) {
-        status =
-            request.operation == Lock ? locks.Take(request.path) : locks.GiveBack(request.path);
-        return SendStatus(status, connection);
-    }
+    if (request.operation == Lock)
+        return SendStatus(locks.Take(request.path), connection);
+    if (request.operation == Unlock)
+        return SendStatus(locks.GiveBack(request.path), connection);
+    errstatus status;
     pfuDirEntry entry;
     {
         ProfilePoint point(&Profile::Looking());
