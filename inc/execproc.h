@@ -60,8 +60,8 @@ private:
     void* ctrlHandle;
 };
 
-/// A child process. The destructor neither waits for a running child nor ends it: such a child is
-/// collected by one of the next starts after its end.
+/// A child process. It costs one descriptor while it runs. The destructor neither waits for a
+/// running child nor ends it: such a child is collected by one of the next starts after its end.
 ///
 /// Kill, Interrupt, IsAppAlive, WaitForProcess and GetExitEvent are for a child that has been
 /// started. Once its end is known they answer from what is known, and no signal is sent: the

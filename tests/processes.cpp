@@ -307,7 +307,7 @@ TEST(Process, LeavesTheHostsHandlerAndChildrenAlone) {
 }
 
 /// A host that leaves nothing to wait for: the end is seen all the same.
-TEST(Process, EndsAlsoWhereTheHostCollectsEveryChild) {
+TEST_P(Processes, EndAlsoWhereTheHostCollectsEveryChild) {
     for (const bool ignored : {true, false}) {
         ::signal(SIGCHLD, ignored ? SIG_IGN : SIG_DFL);
         std::atomic<bool> over{false};
