@@ -27,8 +27,10 @@ public:
             return false;
         ioSockStream lines(*client);
         for (std::string line; std::getline(lines, line);) {
+            lines.clear(); // the last line may end without a line feed
             Answer answer;
-            Describe(line.c_str(), answer);
+            if (line.find('\0') == line.npos)
+                Describe(line.c_str(), answer);
             // No flush: what waits goes out before a read has to wait.
             if (*answer.quoted != '\0')
                 lines << answer.checksum << ' ' << answer.quoted << '\n';
