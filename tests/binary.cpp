@@ -7,10 +7,8 @@
 #include <bit>
 #include <climits>
 #include <clocale>
-#include <cstdlib>
 #include <functional>
 #include <memory>
-#include <new>
 #include <sstream>
 #include <string>
 #include <thread>
@@ -18,25 +16,8 @@
 #include <type_traits>
 #include <vector>
 
-#include "vectors.h"
-
-namespace {
-thread_local std::size_t allocated = 0; // bytes that `new` was asked for
-} // namespace
-
-// Not inlined, or the compiler takes the two for a pair that does not match.
-[[gnu::noinline]] void* operator new(std::size_t size) {
-    allocated += size;
-    if (void* block = std::malloc(size != 0 ? size : 1))
-        return block;
-    throw std::bad_alloc();
-}
-[[gnu::noinline]] void operator delete(void* block) noexcept {
-    std::free(block);
-}
-void operator delete(void* block, std::size_t) noexcept {
-    operator delete(block);
-}
+#include "tests/countnew.h"
+#include "tests/vectors.h"
 
 namespace {
 
@@ -238,9 +219,9 @@ TEST_F(BinaryStream, NeverBelievesALength) {
         SCOPED_TRACE(value + (": "s + bytes));
         std::stringbuf buffer(FromHex(bytes) + std::string(20, 'A'));
         bdtIStream in(&buffer, 1);
-        const std::size_t before = allocated;
+        const long before = countnew::bytes;
         EXPECT_EQ(Value(value).Read(in), Value::Untouched);
-        EXPECT_LT(allocated - before, 70000u);
+        EXPECT_LT(countnew::bytes, before + 70000);
         EXPECT_EQ(in.rdstate(), state);
     }
     // What does arrive is joined from any number of pieces.
@@ -259,10 +240,10 @@ TEST_F(BinaryStream, NeverBelievesALength) {
         }
     }
     bdtOStream out(nullptr, 1);
-    const std::size_t before = allocated;
+    const long before = countnew::bytes;
     out << "plain"
         << "Grüße" << 1.0 << 7;
-    EXPECT_EQ(allocated, before) << "text with the same bytes in both forms needs no block";
+    EXPECT_EQ(countnew::bytes, before) << "text with the same bytes in both forms needs no block";
 }
 
 // Text by way of the locale, and what it cannot express, in either direction.

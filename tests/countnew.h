@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
-// Counts what is taken from the heap, in the library as in the test. Replaces functions of the
-// whole program: for one source file of a binary.
+// Counts what is taken from the heap by this thread, in the library as in the test, and lets the
+// heap be exhausted. Replaces functions of the whole program: for one source file of a binary.
 #ifndef PLINTH_TESTS_COUNTNEW_H
 #define PLINTH_TESTS_COUNTNEW_H
 
@@ -9,12 +9,14 @@
 #include <new>
 
 namespace countnew {
-inline long allocations = 0;
-}
+inline thread_local long allocations = 0, bytes = 0;
+inline thread_local bool exhausted = false;
+} // namespace countnew
 
 void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
     ++countnew::allocations;
-    return std::malloc(size);
+    countnew::bytes += static_cast<long>(size);
+    return countnew::exhausted ? nullptr : std::malloc(size != 0 ? size : 1);
 }
 
 void* operator new(std::size_t size) {

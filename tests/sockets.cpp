@@ -27,6 +27,7 @@
 
 #include <gtest/gtest.h>
 
+#include "tests/countnew.h"
 #include "tests/loopback.h"
 #include "tests/support.h"
 
@@ -60,20 +61,16 @@ int Option(int socket, int level, int name) {
 
 TEST(Servers, ANonBlockingServerServesWhatWaitsAndComesBack) {
     int served = 0;
-    bool last = false;
-    Server<psockNonBlockingServer> server([&](Stream) { return ++served, last; });
-    const auto expectRunWith = [&](int afterwards, int idle) {
+    Server<psockNonBlockingServer> server([&](Stream) { return ++served == 3; });
+    EXPECT_FALSE(server.IsConnectionReceived());
+    for (const int afterwards : {2, 3}) { // the third ends the loop
         const Stream one = server.Client(), two = server.Client();
         EXPECT_TRUE(server.IsConnectionReceived());
         server.Run();
         EXPECT_EQ(served, afterwards);
-        EXPECT_EQ(server.idle, idle);
-    };
-    EXPECT_FALSE(server.IsConnectionReceived());
-    expectRunWith(2, 1);
-    last = true;
-    expectRunWith(3, 1);
-    EXPECT_TRUE(server.IsConnectionReceived());
+        EXPECT_EQ(server.idle, 1);
+        EXPECT_EQ(server.IsConnectionReceived(), afterwards == 3);
+    }
 }
 
 TEST(Servers, AServiceServesUntilItIsToldToStop) {
@@ -197,6 +194,21 @@ TEST(Servers, WhatCannotBeServedOrReachedSaysSoAndLeavesNothingOpen) {
         }
     }
     EXPECT_EQ(support::OpenDescriptors(), before);
+}
+
+TEST(Servers, WithoutMemoryNoStreamIsMadeAndNoSocketLeft) {
+    bool served = false;
+    Server<psockBlockingServer> server([&](Stream stream) { return served = !stream; });
+    const Stream client = server.Client();
+    const long before = support::OpenDescriptors();
+    countnew::exhausted = true;
+    server.Run();
+    const Stream none = server.Client();
+    zelSocketEvent never(nullptr, zelSelectEvent::Readable); // asks no stream
+    countnew::exhausted = false;
+    EXPECT_TRUE(served && !none && never.GetDescriptor() == -1);
+    EXPECT_EQ(support::OpenDescriptors(), before);
+    EXPECT_EQ(client->Read(&served, 1, false), -1);
 }
 
 TEST(Servers, AFailedWaitIsReportedAndEndsTheLoop) {
