@@ -24,10 +24,11 @@ public:
 
     bool Add(int descriptor) {
         const std::lock_guard<posix::InnerLock> hold(guard);
-        if (!noticed)
-            return false;
-        descriptors.push_back(descriptor);
-        return true;
+        if (!noticesForks)
+            noticesForks = NoticeForks();
+        if (noticesForks)
+            descriptors.push_back(descriptor);
+        return noticesForks;
     }
     void Remove(int descriptor) {
         const std::lock_guard<posix::InnerLock> hold(guard);
@@ -37,6 +38,14 @@ public:
 private:
     KeptFromForks() = default;
 
+    /// No fork happens while the list changes, and the forked process begins by emptying it.
+    static bool NoticeForks() {
+        return sys::pthread_atfork([] { List().guard.lock(); }, [] { List().guard.unlock(); },
+                                   [] {
+                                       List().CloseAll();
+                                       List().guard.UnlockInCopy();
+                                   }) == 0;
+    }
     void CloseAll() {
         for (const int descriptor : descriptors)
             sys::close(descriptor);
@@ -45,12 +54,7 @@ private:
 
     posix::InnerLock guard;
     std::vector<int> descriptors;
-    const bool noticed =
-        sys::pthread_atfork([] { List().guard.lock(); }, [] { List().guard.unlock(); },
-                            [] {
-                                List().CloseAll();
-                                List().guard.UnlockInCopy();
-                            }) == 0;
+    bool noticesForks = false;
 };
 
 } // namespace
