@@ -141,6 +141,8 @@ int main(int argc, char** argv) {
     Way out, into;
     std::cout << "out of " << argv[2] << std::endl;
     good = Go({argv[1], argv[2], copy}, excluded, true, service, out);
+    if (service.IsStopSignaled())
+        return EXIT_FAILURE;
     std::cout << "into a second served folder" << std::endl;
     good = Go({argv[1], second, copy}, {}, false, service, into) && good;
     good = good && out.tally.files == into.tally.files && out.tally.bytes == into.tally.bytes &&
@@ -150,7 +152,8 @@ int main(int argc, char** argv) {
         << "\nmirrored              files  folders          bytes  seconds     MB/s  failed\n";
     PrintRow("out", out);
     PrintRow("into", into);
-    std::cout << (good ? "all of it verified by checksum\n" : "NOT all of it is the same\n")
+    std::cout << (good ? "all of it verified by checksum\n"
+                       : "NOT all of it was mirrored: see above\n")
               << "\nwhere the time went\n";
     std::cout << std::defaultfloat << std::setprecision(6);
     PrintServer("the server, out", out);
