@@ -1,8 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "posix/childwatch.h"
 
-#include <cstdint>
-
 #include "posix/processcalls.h"
 #include "posix/threadcalls.h"
 
@@ -20,8 +18,7 @@ void* AwaitEnd(void* argument) {
     siginfo_t info;
     sys::retry(
         [&] { return sys::waitid(P_PID, static_cast<id_t>(watch->id), &info, WEXITED | WNOWAIT); });
-    const std::uint64_t one = 1;
-    sys::write(*watch->end, &one, sizeof one);
+    sys::eventfd_write(*watch->end, 1);
     return nullptr;
 }
 

@@ -48,8 +48,7 @@ void EndEvent::Fire() {
     } while (!word.compare_exchange_weak(state, wanted));
     if (DescriptorIn(state) >= 0) {
         const sys::KeepErrno keep;
-        const std::uint64_t one = 1;
-        sys::retry([&] { return sys::write(DescriptorIn(state), &one, sizeof one); });
+        sys::eventfd_write(DescriptorIn(state), 1);
         Release();
     }
 }

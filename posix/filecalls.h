@@ -21,91 +21,91 @@
 namespace sys {
 
 inline int open(const char* path, int flags, mode_t mode = 0) {
-    return ::open(path, flags, mode);
+    return called(__func__, [=] { return ::open(path, flags, mode); });
 }
 inline int openat(int folder, const char* name, int flags) {
-    return ::openat(folder, name, flags);
+    return called(__func__, [=] { return ::openat(folder, name, flags); });
 }
 inline int flock(int fd, int operation) {
-    return ::flock(fd, operation);
+    return called(__func__, [=] { return ::flock(fd, operation); });
 }
 inline int ftruncate(int fd, off_t size) {
-    return ::ftruncate(fd, size);
+    return called(__func__, [=] { return ::ftruncate(fd, size); });
 }
 inline int posix_fadvise(int fd, off_t start, off_t length, int advice) {
-    return ::posix_fadvise(fd, start, length, advice);
+    return numbered(__func__, [=] { return ::posix_fadvise(fd, start, length, advice); });
 }
 
 inline int stat(const char* path, struct stat* info) {
-    return ::stat(path, info);
+    return called(__func__, [=] { return ::stat(path, info); });
 }
 inline int lstat(const char* path, struct stat* info) {
-    return ::lstat(path, info);
+    return called(__func__, [=] { return ::lstat(path, info); });
 }
 inline int fstatat(int folder, const char* name, struct stat* info, int flags) {
-    return ::fstatat(folder, name, info, flags);
+    return called(__func__, [=] { return ::fstatat(folder, name, info, flags); });
 }
 inline int statvfs(const char* path, struct statvfs* info) {
-    return ::statvfs(path, info);
+    return called(__func__, [=] { return ::statvfs(path, info); });
 }
 
 inline int fchmod(int fd, mode_t mode) {
-    return ::fchmod(fd, mode);
+    return called(__func__, [=] { return ::fchmod(fd, mode); });
 }
 inline int fchown(int fd, uid_t owner, gid_t group) {
-    return ::fchown(fd, owner, group);
+    return called(__func__, [=] { return ::fchown(fd, owner, group); });
 }
 inline int futimens(int fd, const timespec* times) {
-    return ::futimens(fd, times);
+    return called(__func__, [=] { return ::futimens(fd, times); });
 }
 
 inline int mkdir(const char* path, mode_t mode) {
-    return ::mkdir(path, mode);
+    return called(__func__, [=] { return ::mkdir(path, mode); });
 }
 inline char* mkdtemp(char* path) {
-    return ::mkdtemp(path);
+    return called(__func__, [=] { return ::mkdtemp(path); });
 }
 inline int rename(const char* from, const char* to) {
-    return ::rename(from, to);
+    return called(__func__, [=] { return ::rename(from, to); });
 }
 inline int rmdir(const char* path) {
-    return ::rmdir(path);
+    return called(__func__, [=] { return ::rmdir(path); });
 }
 inline int unlink(const char* path) {
-    return ::unlink(path);
+    return called(__func__, [=] { return ::unlink(path); });
 }
 inline int unlinkat(int folder, const char* name, int flags) {
-    return ::unlinkat(folder, name, flags);
+    return called(__func__, [=] { return ::unlinkat(folder, name, flags); });
 }
 inline ssize_t readlink(const char* path, char* target, size_t size) {
-    return ::readlink(path, target, size);
+    return called(__func__, [=] { return ::readlink(path, target, size); });
 }
 inline int symlink(const char* target, const char* path) {
-    return ::symlink(target, path);
+    return called(__func__, [=] { return ::symlink(target, path); });
 }
 
 inline DIR* opendir(const char* path) {
-    return ::opendir(path);
+    return called(__func__, [=] { return ::opendir(path); });
 }
 inline DIR* fdopendir(int fd) {
-    return ::fdopendir(fd);
+    return called(__func__, [=] { return ::fdopendir(fd); });
 }
 inline dirent* readdir(DIR* stream) {
-    return ::readdir(stream);
+    return called(__func__, [=] { return ::readdir(stream); });
 }
 inline int closedir(DIR* stream) {
-    return ::closedir(stream);
+    return called(__func__, [=] { return ::closedir(stream); });
 }
 
 inline int chdir(const char* path) {
-    return ::chdir(path);
+    return called(__func__, [=] { return ::chdir(path); });
 }
 inline char* getcwd(char* buffer, size_t size) {
-    return ::getcwd(buffer, size);
+    return called(__func__, [=] { return ::getcwd(buffer, size); });
 }
 
 inline int gethostname(char* name, size_t size) {
-    return ::gethostname(name, size);
+    return called(__func__, [=] { return ::gethostname(name, size); });
 }
 inline int pthread_atfork(void (*before)(), void (*inParent)(), void (*inChild)()) {
     return ::pthread_atfork(before, inParent, inChild);
@@ -117,7 +117,7 @@ inline uid_t geteuid() {
     return ::geteuid();
 }
 inline int getpwuid_r(uid_t user, passwd* record, char* room, size_t size, passwd** found) {
-    return ::getpwuid_r(user, record, room, size, found);
+    return numbered(__func__, [=] { return ::getpwuid_r(user, record, room, size, found); });
 }
 
 } // namespace sys

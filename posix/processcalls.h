@@ -15,21 +15,25 @@
 namespace sys {
 
 inline int kill(pid_t id, int signal) {
-    return ::kill(id, signal);
+    return called(__func__, [=] { return ::kill(id, signal); });
 }
 inline int pidfd_open(pid_t id) {
-    return static_cast<int>(::syscall(SYS_pidfd_open, id, 0));
+    return called(__func__, [=] { return static_cast<int>(::syscall(SYS_pidfd_open, id, 0)); });
 }
 inline int pidfd_send_signal(int fd, int signal) {
-    return static_cast<int>(::syscall(SYS_pidfd_send_signal, fd, signal, nullptr, 0));
+    return called(__func__, [=] {
+        return static_cast<int>(::syscall(SYS_pidfd_send_signal, fd, signal, nullptr, 0));
+    });
 }
 inline int posix_spawnp(pid_t* id, const char* program, const posix_spawn_file_actions_t* actions,
                         const posix_spawnattr_t* attributes, char* const* words,
                         char* const* environment) {
-    return ::posix_spawnp(id, program, actions, attributes, words, environment);
+    return numbered(__func__, [=] {
+        return ::posix_spawnp(id, program, actions, attributes, words, environment);
+    });
 }
 inline int waitid(idtype_t kind, id_t id, siginfo_t* info, int options) {
-    return ::waitid(kind, id, info, options);
+    return called(__func__, [=] { return ::waitid(kind, id, info, options); });
 }
 
 } // namespace sys

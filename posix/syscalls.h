@@ -2,7 +2,8 @@
 //
 // The thin header between the platform layer and the system: every system call of posix/ is made
 // through a name in here, so that a build for tests can make the n-th call of a name fail, be
-// interrupted, or move one byte. Each is the call of that name, nothing more.
+// interrupted, or move one byte (faultplan.h). Elsewhere each is the call of that name, nothing
+// more.
 #ifndef PLINTH_POSIX_SYSCALLS_H
 #define PLINTH_POSIX_SYSCALLS_H
 
@@ -18,31 +19,53 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#ifdef PLINTH_FAULTS
+#include "posix/faultplan.h"
+#endif
+
 namespace sys {
 
+#ifndef PLINTH_FAULTS
+/// A call that tells of a failure through errno.
+template <typename Call>
+auto called(const char*, Call call) {
+    return call();
+}
+/// One that returns the number of the error.
+template <typename Call>
+auto numbered(const char*, Call call) {
+    return call();
+}
+/// One that may move fewer bytes than it is asked to.
+template <typename Call>
+auto transfer(const char*, size_t size, Call call) {
+    return call(size);
+}
+#endif
+
 inline int close(int fd) {
-    return ::close(fd);
+    return called(__func__, [=] { return ::close(fd); });
 }
 inline ssize_t read(int fd, void* data, size_t size) {
-    return ::read(fd, data, size);
+    return transfer(__func__, size, [=](size_t most) { return ::read(fd, data, most); });
 }
 inline ssize_t write(int fd, const void* data, size_t size) {
-    return ::write(fd, data, size);
+    return transfer(__func__, size, [=](size_t most) { return ::write(fd, data, most); });
 }
 inline int fcntl(int fd, int command, int argument) {
-    return ::fcntl(fd, command, argument);
+    return called(__func__, [=] { return ::fcntl(fd, command, argument); });
 }
 inline int fstat(int fd, struct stat* facts) {
-    return ::fstat(fd, facts);
+    return called(__func__, [=] { return ::fstat(fd, facts); });
 }
 inline int ioctl(int fd, unsigned long request, void* argument) {
-    return ::ioctl(fd, request, argument);
+    return called(__func__, [=] { return ::ioctl(fd, request, argument); });
 }
 inline int pipe2(int* ends, int flags) {
-    return ::pipe2(ends, flags);
+    return called(__func__, [=] { return ::pipe2(ends, flags); });
 }
 inline int ppoll(pollfd* set, nfds_t count, const timespec* wait) {
-    return ::ppoll(set, count, wait, nullptr);
+    return called(__func__, [=] { return ::ppoll(set, count, wait, nullptr); });
 }
 
 inline int clock_gettime(clockid_t clock, timespec* now) {
@@ -50,37 +73,37 @@ inline int clock_gettime(clockid_t clock, timespec* now) {
 }
 
 inline int socket(int family, int type, int protocol) {
-    return ::socket(family, type, protocol);
+    return called(__func__, [=] { return ::socket(family, type, protocol); });
 }
 inline int bind(int fd, const sockaddr* address, socklen_t length) {
-    return ::bind(fd, address, length);
+    return called(__func__, [=] { return ::bind(fd, address, length); });
 }
 inline int listen(int fd, int backlog) {
-    return ::listen(fd, backlog);
+    return called(__func__, [=] { return ::listen(fd, backlog); });
 }
 inline int accept4(int fd, sockaddr* address, socklen_t* length, int flags) {
-    return ::accept4(fd, address, length, flags);
+    return called(__func__, [=] { return ::accept4(fd, address, length, flags); });
 }
 inline int connect(int fd, const sockaddr* address, socklen_t length) {
-    return ::connect(fd, address, length);
+    return called(__func__, [=] { return ::connect(fd, address, length); });
 }
 inline int getsockopt(int fd, int level, int name, void* value, socklen_t* size) {
-    return ::getsockopt(fd, level, name, value, size);
+    return called(__func__, [=] { return ::getsockopt(fd, level, name, value, size); });
 }
 inline int setsockopt(int fd, int level, int name, const void* value, socklen_t size) {
-    return ::setsockopt(fd, level, name, value, size);
+    return called(__func__, [=] { return ::setsockopt(fd, level, name, value, size); });
 }
 inline int getsockname(int fd, sockaddr* address, socklen_t* length) {
-    return ::getsockname(fd, address, length);
+    return called(__func__, [=] { return ::getsockname(fd, address, length); });
 }
 inline int getpeername(int fd, sockaddr* address, socklen_t* length) {
-    return ::getpeername(fd, address, length);
+    return called(__func__, [=] { return ::getpeername(fd, address, length); });
 }
 inline ssize_t send(int fd, const void* data, size_t size, int flags) {
-    return ::send(fd, data, size, flags);
+    return transfer(__func__, size, [=](size_t most) { return ::send(fd, data, most, flags); });
 }
 inline ssize_t recv(int fd, void* data, size_t size, int flags) {
-    return ::recv(fd, data, size, flags);
+    return transfer(__func__, size, [=](size_t most) { return ::recv(fd, data, most, flags); });
 }
 
 inline int pthread_sigmask(int how, const sigset_t* set, sigset_t* old) {
@@ -93,7 +116,7 @@ inline int sigpending(sigset_t* set) {
     return ::sigpending(set);
 }
 inline int sigtimedwait(const sigset_t* set, siginfo_t* info, const timespec* wait) {
-    return ::sigtimedwait(set, info, wait);
+    return called(__func__, [=] { return ::sigtimedwait(set, info, wait); });
 }
 /// To the calling thread.
 inline int tgsigqueue(int signal, siginfo_t* info) {
