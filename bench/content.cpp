@@ -18,9 +18,9 @@
 #include <benchmark/benchmark.h>
 #include <fcntl.h>
 #include <sys/file.h>
-#include <sys/ptrace.h>
-#include <sys/wait.h>
 #include <unistd.h>
+
+#include "bench/systemcalls.h"
 
 namespace {
 
@@ -144,36 +144,12 @@ void MemmemInMemory(benchmark::State& state) {
 }
 BENCHMARK(MemmemInMemory)->Unit(benchmark::kMillisecond)->UseRealTime();
 
-/// The system calls that a forked process makes for `work`; -1 where it cannot be traced.
-template <typename Work>
-double SystemCallsOf(Work work) {
-    const pid_t child = fork();
-    if (child == 0) {
-        if (ptrace(PTRACE_TRACEME, 0, nullptr, nullptr) != 0)
-            _exit(1);
-        raise(SIGSTOP);
-        work();
-        _exit(0);
-    }
-    int status = 0;
-    double stops = 0; // one when a call begins and one when it ends, but for the last
-    while (waitpid(child, &status, 0) == child && WIFSTOPPED(status)) {
-        ++stops;
-        ptrace(PTRACE_SYSCALL, child, nullptr, nullptr);
-    }
-    return stops != 0 ? stops / 2 : -1;
-}
-
 /// Times `work`, and counts what a hundred more of it take in system calls.
 template <typename Work>
 void MeasureLock(benchmark::State& state, Work work) {
     for (auto _ : state)
         work();
-    const double none = SystemCallsOf([] {}), all = SystemCallsOf([&] {
-                                                  for (int i = 0; i < 100; ++i)
-                                                      work();
-                                              });
-    state.counters["system calls"] = (all - none) / 100;
+    CountSystemCalls(state, work);
 }
 
 void LockAndRelease(benchmark::State& state) {

@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: MIT
 //
 // Child processes beside the bare calls of the system: launch and wait, from a small process and
-// from one that has touched 2 GiB; 256 MiB through cat; and one wait over many events.
+// from one that has touched 2 GiB; 256 MiB through cat; and one wait over many events,
+// with the system calls that it takes.
 #include "execproc.h"
 
 #include <algorithm>
@@ -19,6 +20,8 @@
 #include <unistd.h>
 
 #include <benchmark/benchmark.h>
+
+#include "bench/systemcalls.h"
 
 namespace {
 
@@ -173,22 +176,29 @@ void WaitAnyBare(benchmark::State& state) {
     const auto count = static_cast<std::size_t>(state.range(0));
     const Pipes pipes(count);
     std::vector<pollfd> set(count);
-    for (auto _ : state) {
+    const auto once = [&] {
         for (std::size_t i = 0; i < count; ++i)
             set[i] = {pipes.events[i]->GetDescriptor(), POLLIN, 0};
         if (poll(set.data(), count, -1) != 1 || set.back().revents != POLLIN)
             state.SkipWithError("the wrong descriptor");
-    }
+    };
+    for (auto _ : state)
+        once();
+    CountSystemCalls(state, once);
 }
 BENCHMARK(WaitAnyBare)->Arg(1)->Arg(8)->Arg(64);
 
 void WaitAny(benchmark::State& state) {
     const auto count = static_cast<std::size_t>(state.range(0));
     const Pipes pipes(count);
-    for (auto _ : state)
+    const auto once = [&] {
         if (zelEvent::WaitAny(pipes.events.data(), static_cast<unsigned int>(count), -1) !=
             static_cast<int>(count) - 1)
             state.SkipWithError("the wrong event");
+    };
+    for (auto _ : state)
+        once();
+    CountSystemCalls(state, once);
 }
 BENCHMARK(WaitAny)->Arg(1)->Arg(8)->Arg(64);
 

@@ -79,6 +79,10 @@ zelBaseEvent::Readiness zelBaseEvent::GetReadiness() const {
     return Readable;
 }
 
+std::optional<bool> zelBaseEvent::WaitAlone(int) {
+    return std::nullopt;
+}
+
 zelSelectEvent::zelSelectEvent(unsigned int watched, Type wanted) : socket(watched), type(wanted) {}
 
 int zelSelectEvent::GetDescriptor() {
@@ -110,6 +114,8 @@ int zelEvent::GetDescriptor() {
 
 bool zelEvent::IsSignaled() {
     const sys::KeepErrno keep;
+    if (const auto ready = base ? base->WaitAlone(0) : std::nullopt)
+        return *ready;
     pollfd entry{GetDescriptor(), base ? InterestOf(base->GetReadiness()) : short{0}, 0};
     return posix::PollUntil(&entry, 1, posix::Deadline::InMilliseconds(0)) > 0 && HasFired(entry);
 }
@@ -127,6 +133,12 @@ int zelEvent::WaitAny(zelEvent* const* events, unsigned int count, int msec) {
         if (events[i] == nullptr)
             continue;
         events[i]->OnReset();
+        if (count == 1 && events[0]->base)
+            if (const std::optional<bool> ready = events[0]->base->WaitAlone(msec)) {
+                if (!*ready || events[0]->OnEventSignaled())
+                    return *ready ? 0 : -1;
+                events[0]->OnReset();
+            }
         const int descriptor = events[i]->GetDescriptor();
         if (descriptor >= 0)
             set.Add({descriptor, InterestOf(events[i]->base->GetReadiness()), 0}, i);

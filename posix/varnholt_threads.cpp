@@ -61,6 +61,13 @@ zelMOEvent::~zelMOEvent() {
     }
 }
 
+std::optional<bool> zelMOEvent::WaitAlone(int msec) {
+    posix::Thread* const thread = posix::Thread::FromHandle(watched);
+    if (thread == nullptr)
+        return std::nullopt;
+    return thread->WaitEnded(posix::Deadline::InMilliseconds(msec));
+}
+
 int zelMOEvent::GetDescriptor() {
     posix::Thread* const thread = posix::Thread::FromHandle(watched);
     if (descriptor < 0 && thread != nullptr)

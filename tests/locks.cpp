@@ -80,6 +80,34 @@ TEST_P(Locks, OfTheLibrarysOwnDoNotGoWithAKilledThread) {
     }
 }
 
+TEST_P(Locks, KeepTheLastErrorAndTheTimeThatAWaitMayTake) {
+    proMutex mutex;
+    proSimpleSem none(0), one(1);
+    Task task([] {
+        for (;;)
+            pause();
+        return 0U;
+    });
+    errno = EDOM;
+    EXPECT_TRUE(mutex.Lock() && mutex.TryLock() && mutex.Unlock());
+    EXPECT_TRUE(one.Decrement() && one.Increment() && task.Start());
+    EndOf end(task.GetHandle());
+    zelEvent* const events[] = {&end, nullptr};
+    const std::function<bool()> waits[] = {
+        [&] { return WaitForSingleObject(none.GetHandle(), 50) == zelWaitSignaled; },
+        [&] { return WaitForSingleObject(task.GetHandle(), 50) == zelWaitSignaled; },
+        [&] { return end.Wait(50); },
+        [&] { return zelEvent::WaitAny(events, 2, 50) == 0; },
+    };
+    for (const auto& wait : waits) {
+        const auto took = support::MillisecondsOf([&] { EXPECT_FALSE(wait()); });
+        EXPECT_TRUE(took >= 49 && took < 5000) << &wait - waits;
+    }
+    EXPECT_TRUE(task.Kill() && end.IsSignaled() && end.Wait(-1));
+    EXPECT_EQ(0, zelEvent::WaitAny(events, 2, -1));
+    EXPECT_EQ(EDOM, errno);
+}
+
 TEST_P(Locks, AdmitAsManyAsTheyShould) {
     proMutex mutex;
     proSimpleSem places(3);

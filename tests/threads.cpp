@@ -212,15 +212,21 @@ TEST_P(Kills, AndEndsAndForgottenHandlesLeaveNothingBehind) {
         std::ifstream file("/proc/self/maps");
         return std::count(std::istreambuf_iterator<char>(file), {}, '\n');
     };
+    const auto resident = [] { // bytes
+        long pages = 0;
+        std::ifstream("/proc/self/statm") >> pages >> pages;
+        return pages * sysconf(_SC_PAGESIZE);
+    };
     const long threads = Threads();
     round(200);
     ASSERT_TRUE(Eventually([=] { return Threads() == threads; }));
     const long descriptors = support::OpenDescriptors();
-    const long mapped = mappings();
+    const long mapped = mappings(), kept = resident();
     round(10000);
     EXPECT_TRUE(Eventually([=] { return Threads() == threads; }));
     EXPECT_TRUE(Eventually([=] { return support::OpenDescriptors() <= descriptors; }));
     EXPECT_LE(mappings(), mapped + 500); // what the allocator, or a sanitizer, keeps
+    EXPECT_TRUE(!allocatorIsTheSystems || resident() - kept < 4 << 20) << resident() - kept;
     for (void* handle : neverClosed)
         EXPECT_TRUE(CloseHandle(handle)); // or a leak checker finds them
 }
@@ -309,7 +315,11 @@ TEST_P(Kills, MayMeetEachOtherAndTheEnd) {
 TEST(Self, IsKnownToEachThreadWhichMayStopItself) {
     static std::atomic<void*> self;
     static std::atomic<unsigned long> id;
+    static std::atomic<void*> afterTheEnd{nullptr};
+    static pthread_key_t key;
+    pthread_key_create(&key, [](void*) { afterTheEnd = GetTaskSelfHandle(); });
     const auto entry = [](void* code) {
+        pthread_setspecific(key, &key);
         self = GetTaskSelfHandle();
         id = GetCurrentThreadId();
         return TerminateThread(self, *static_cast<unsigned int*>(code)) ? 1U : 0U;
@@ -319,7 +329,8 @@ TEST(Self, IsKnownToEachThreadWhichMayStopItself) {
     EXPECT_EQ(zelWaitSignaled, WaitForSingleObject(thread, zelWaitInfinite));
     EXPECT_TRUE(self == thread && id == told);
     EXPECT_NE(GetCurrentThreadId(), told);
-    EXPECT_TRUE(CloseHandle(thread));
+    EXPECT_TRUE(CloseHandle(thread)); // the record is gone by now
+    EXPECT_TRUE(Eventually([] { return afterTheEnd == GetTaskSelfHandle(); }));
     EXPECT_FALSE(TerminateThread(GetTaskSelfHandle(), 2)); // of a thread that was not started here
     EXPECT_EQ(zelWaitFailed, WaitForSingleObject(GetTaskSelfHandle(), 0));
 }

@@ -12,6 +12,7 @@
 #define PLINTH_VARNHOLT_EVENTS_H
 
 #include <memory>
+#include <optional>
 
 #include "outside/zelexport.h"
 
@@ -31,6 +32,9 @@ public:
     /// The descriptor to poll, or -1 where there is none to be had: such an event never fires.
     virtual int GetDescriptor() = 0;
     virtual Readiness GetReadiness() const;
+    /// Waits for this alone, at less cost than with a descriptor, `msec` milliseconds at the most
+    /// and -1 for ever: whether it is ready. Nothing where there is no such way.
+    virtual std::optional<bool> WaitAlone(int msec);
 };
 
 /// The readiness of one socket, which the event does not own.
@@ -58,6 +62,7 @@ public:
     ~zelMOEvent() override;
 
     int GetDescriptor() override;
+    std::optional<bool> WaitAlone(int msec) override;
 
 private:
     void* watched = nullptr;

@@ -58,7 +58,7 @@ struct zelThreadSelf {
     volatile std::sig_atomic_t shields;   ///< how many stand
     volatile std::sig_atomic_t stopIsDue; ///< one of them has put off a stop
 };
-[[nodiscard]] zelThreadSelf& zelCurrentThread();
+[[nodiscard, gnu::const]] zelThreadSelf& zelCurrentThread();
 
 /// Stops the calling thread if that is still asked for.
 void zelObeyStop();
