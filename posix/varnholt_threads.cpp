@@ -65,7 +65,8 @@ std::optional<bool> zelMOEvent::WaitAlone(int msec) {
     posix::Thread* const thread = posix::Thread::FromHandle(watched);
     if (thread == nullptr)
         return std::nullopt;
-    return thread->WaitEnded(posix::Deadline::InMilliseconds(msec));
+    // Asked for the code, it also knows of an end that only the descriptor has told yet.
+    return thread->ExitCode() || thread->WaitEnded(posix::Deadline::InMilliseconds(msec));
 }
 
 int zelMOEvent::GetDescriptor() {

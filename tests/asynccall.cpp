@@ -80,7 +80,6 @@ TEST(Call, NeedsNoDescriptorUntilSomebodyWaits) {
         while (!gate.closed.Increment())
             std::this_thread::yield();
     EXPECT_TRUE(Eventually([&] { return calls.back()->GetReturnValue() == 5; }));
-    calls.erase(calls.begin(), calls.begin() + 30);
     for (const Call& call : calls)
         EXPECT_TRUE(call->Wait(-1));
 }

@@ -53,6 +53,13 @@ TEST(Managed, IsFiledFromItsStartUntilItIsKilledOrGone) {
     EXPECT_EQ(nullptr, pmManageTask::Fetch(badThreadHandle));
     Collect(handles[1]);
     Collect(atLoad.GetHandle());
+
+    EXPECT_FALSE(pmStrictTask::IsNoForkSet());
+    pmStrictTask::SetNoFork();
+    EXPECT_TRUE(pmStrictTask::IsNoForkSet());
+    pmInfoBridge bridge(true, false); // agrees to everything
+    EXPECT_TRUE(bridge.Initialize(badThreadHandle) && bridge.TurnOn());
+    EXPECT_TRUE(bridge.Send(nullptr, 5) && bridge.Receive(nullptr, 5));
 }
 
 TEST(Managed, StaysFiledWhenItsKillFailsAndAnotherMayTakeItsHandleOver) {
@@ -87,15 +94,6 @@ TEST(Managed, StaysFiledWhenItsKillFailsAndAnotherMayTakeItsHandleOver) {
     EXPECT_EQ(&twice, pmManageTask::Fetch(twice.GetHandle()));
     for (void* open : {first, twice.GetHandle(), next.GetHandle()})
         Collect(open);
-}
-
-TEST(Managed, HasABridgeThatAgreesToEverything) {
-    pmInfoBridge bridge(true, false);
-    EXPECT_TRUE(bridge.Initialize(badThreadHandle) && bridge.TurnOn());
-    EXPECT_TRUE(bridge.Send(nullptr, 5) && bridge.Receive(nullptr, 5));
-    EXPECT_FALSE(pmStrictTask::IsNoForkSet());
-    pmStrictTask::SetNoFork();
-    EXPECT_TRUE(pmStrictTask::IsNoForkSet());
 }
 
 } // namespace
