@@ -5,9 +5,7 @@
 //
 // Any thread may call any operation; making and destroying is for one thread alone, while nobody
 // uses the object. A thread that is killed takes what it holds along, and nobody gets it back: the
-// mutex of a killed owner stays locked. It knows its owner by the thread's id, which the system may
-// give to a thread that is started later. That thread then passes for the owner: its Lock and
-// TryLock succeed at once, and its Unlock sets the mutex free, whatever state the data is in.
+// mutex of a killed owner stays locked.
 #ifndef PLINTH_PROLOCK_H
 #define PLINTH_PROLOCK_H
 

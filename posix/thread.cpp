@@ -27,12 +27,6 @@ void* StandIn() {
     return other;
 }
 
-/// Fills in what `self` says.
-void Introduce(void* handle) {
-    self.handle = handle;
-    self.id = static_cast<unsigned int>(sys::gettid());
-}
-
 int Create(pthread_t& identity, std::size_t stackSize, void* (*entry)(void*), void* argument) {
     const sys::KeepErrno keep;
     pthread_attr_t attributes;
@@ -79,9 +73,22 @@ Thread* Thread::Current() {
 }
 
 zelThreadSelf& Thread::Self() {
-    if (self.id == 0)
-        Introduce(StandIn());
+    if (self.id == 0) {
+        self.handle = StandIn();
+        self.id = NextId();
+    }
     return self;
+}
+
+/// The system's own numbers will not do: it uses those of dead threads again, and the number that a
+/// thread had before a fork may become another one's in the forked process.
+unsigned long Thread::NextId() {
+    static constinit std::atomic<unsigned long> last{0};
+    unsigned long next = 0;
+    do
+        next = ++last;
+    while (next == 0 || next == 0xFFFFFFFF);
+    return next;
 }
 
 /// Whether a shield stands between the calling thread and its stop, which then is due.
@@ -101,15 +108,6 @@ void Thread::ObeyStop() {
 void Thread::Drop() {
     if (holders.fetch_sub(1, std::memory_order_acq_rel) == 1)
         delete this;
-}
-
-unsigned int Thread::WaitId() {
-    std::uint32_t known = 0;
-    if (id.compare_exchange_strong(known, askedId))
-        known = askedId;
-    for (; known == askedId; known = id)
-        FutexWait(id, askedId, Deadline::Never());
-    return known;
 }
 
 bool Thread::WaitEnded(const Deadline& deadline) {
@@ -174,9 +172,9 @@ void* Thread::Main(void* word) {
     Thread* const thread = static_cast<Thread*>(word);
     current = thread;
     endGuard.thread = thread;
-    Introduce(static_cast<HandleObject*>(thread));
-    if (thread->id.exchange(static_cast<std::uint32_t>(self.id)) == askedId)
-        FutexWake(thread->id, 1);
+    self.handle = static_cast<HandleObject*>(thread);
+    self.id = thread->id;
+    thread->systemId = sys::gettid();
     Frame frame;
     thread->frame = &frame;
     UnblockSignal(frame.mask);

@@ -41,8 +41,8 @@ public:
     /// True once the thread has ended; false when it has not in time.
     bool WaitEnded(const Deadline& deadline);
     EndEvent& End() { return endEvent; }
-    /// Waits until the thread has told its id.
-    unsigned int WaitId();
+    /// See GetCurrentThreadId.
+    [[nodiscard]] unsigned long Id() const { return id; }
 
     /// See TerminateThread.
     bool Terminate(unsigned int code);
@@ -85,8 +85,8 @@ private:
     };
 
     static thread_local EndGuard endGuard;
-    static constexpr std::uint32_t askedId = 0xFFFFFFFF;
 
+    static unsigned long NextId();
     static void* Main(void* word);
     unsigned int RunUnlessStopped();
     void Finish();
@@ -112,7 +112,8 @@ private:
     std::atomic<std::uint32_t> holders{2}; ///< the handle and the thread
     std::atomic<std::uint32_t> ended{0};   ///< 1 once ended, 2 while somebody sleeps on it
     std::atomic<std::uint32_t> order{Idle};
-    std::atomic<std::uint32_t> id{0}; ///< 0 until it is told, askedId while somebody sleeps on it
+    const unsigned long id = NextId();
+    std::atomic<pid_t> systemId{0}; ///< 0 until it runs
     std::atomic<int> phase{Starting};
     std::atomic<int> reaper{Nobody};
     EndEvent endEvent;

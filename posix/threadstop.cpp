@@ -29,12 +29,12 @@ constexpr int guardLooks = 5000;
 /// looked at often however seldom the one who stops it gets to run.
 class Ticker {
 public:
-    Ticker(std::uint32_t thread, void* record) {
+    Ticker(pid_t thread, void* record) {
         sigevent event = {};
         event.sigev_notify = SIGEV_THREAD_ID;
         event.sigev_signo = zelTerminateSignal();
         event.sigev_value.sival_ptr = record;
-        event._sigev_un._tid = static_cast<pid_t>(thread);
+        event._sigev_un._tid = thread;
         ticks = sys::timer_create(CLOCK_MONOTONIC, &event, &timer) == 0;
         const timespec interval{0, tickNanoseconds};
         const itimerspec setting{interval, interval};
@@ -162,7 +162,7 @@ bool Thread::Stop() {
 /// and after some time all the same.
 bool Thread::Watch() {
     std::uint32_t asked = PutOff;
-    const Ticker ticker(id, this);
+    const Ticker ticker(systemId, this);
     for (const Order next : {Watched, Forced}) {
         // What stands there is still the question, or else the thread leaves.
         if (!order.compare_exchange_strong(asked, next))
@@ -228,8 +228,7 @@ bool Thread::ReapTheHardWay() {
 }
 
 bool Thread::IsOffTheSystem() const {
-    return id != 0 && sys::tgkill(sys::getpid(), static_cast<pid_t>(id.load()), 0) != 0 &&
-           errno == ESRCH;
+    return systemId != 0 && sys::tgkill(sys::getpid(), systemId, 0) != 0 && errno == ESRCH;
 }
 
 bool Thread::Terminate(unsigned int code) {

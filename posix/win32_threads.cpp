@@ -29,7 +29,7 @@ void* _beginthreadex(void* security, unsigned int stackSize, unsigned int (*entr
     std::unique_ptr<posix::Thread> made(new (std::nothrow) EntryThread(entry, argument));
     posix::Thread* const thread = posix::Thread::Launch(std::move(made), stackSize);
     if (thread != nullptr && id != nullptr)
-        *id = thread->WaitId();
+        *id = static_cast<unsigned int>(thread->Id());
     return static_cast<posix::HandleObject*>(thread);
 }
 

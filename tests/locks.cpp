@@ -44,9 +44,9 @@ TEST_P(Locks, WaitersSleepAndOneKilledAtItIsCountedForEver) {
     proSimpleSem semaphore(1);
     ASSERT_TRUE(mutex.Lock() && semaphore.Decrement());
     for (const bool atMutex : {true, false}) {
-        std::atomic<unsigned long> waiting{0};
+        std::atomic<pid_t> waiting{0};
         Task waiter([&] {
-            waiting = GetCurrentThreadId();
+            waiting = gettid();
             return (atMutex ? mutex.Lock() : semaphore.Decrement()) ? 1U : 0U;
         });
         ASSERT_TRUE(waiter.Start());
@@ -56,6 +56,27 @@ TEST_P(Locks, WaitersSleepAndOneKilledAtItIsCountedForEver) {
     EXPECT_TRUE(mutex.Unlock() && semaphore.Increment());
     EXPECT_FALSE(mutex.TryLock()); // gives way to the dead, while Lock does not
     EXPECT_TRUE(mutex.Lock() && mutex.Unlock() && semaphore.Decrement());
+}
+
+TEST(Mutex, OfADeadOwnerIsNobodyElses) {
+    proMutex mutex;
+    std::atomic<pid_t> number{0};
+    Task owner([&] {
+        for (mutex.Lock();; number = gettid())
+            usleep(1000);
+        return 0U;
+    });
+    ASSERT_TRUE(owner.Start() && Eventually([&] { return number != 0; }) && owner.Kill());
+    bool met = false;
+    for (int i = 0; i < 200 && !met; ++i) {
+        std::ofstream("/proc/sys/kernel/ns_last_pid") << number - 1;
+        std::thread([&] {
+            met = gettid() == number;
+            EXPECT_FALSE(mutex.TryLock());
+        }).join();
+    }
+    if (!met)
+        GTEST_SKIP() << "the number of the next thread cannot be chosen here";
 }
 
 TEST_P(Locks, OfTheLibrarysOwnDoNotGoWithAKilledThread) {

@@ -43,7 +43,7 @@ bool Eventually(Condition condition) {
 }
 
 /// Whether a thread sleeps in the system, as whoever waits must.
-inline bool Sleeps(unsigned long thread) {
+inline bool Sleeps(pid_t thread) {
     std::ifstream file("/proc/self/task/" + std::to_string(thread) + "/stat");
     std::string number, name, state;
     return file >> number >> name >> state && state == "S";

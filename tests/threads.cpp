@@ -101,12 +101,12 @@ TEST_P(Kills, StopAtOnceWhereverTheThreadIs) {
     std::map<int, long long> quickest;
     for (int i = 0; i < 160; ++i) {
         const int before = entered, localsBefore = threadLocalsGone;
-        std::atomic<unsigned long> id{0};
+        std::atomic<pid_t> id{0};
         Task task([&] {
             thread_local const CountsItsEnd local{threadLocalsGone};
             static_cast<void>(&local);
             ++entered;
-            id = GetCurrentThreadId();
+            id = gettid();
             places[i % 4]();
             return 0U;
         });

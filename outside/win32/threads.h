@@ -17,8 +17,8 @@
 
 /// Starts a thread at once: `entry(argument)`, whose result is the thread's exit code. `stackSize`
 /// 0 is the system's default. The thread starts with the signal mask of its starter, but for the
-/// signal below. `id`, unless null, takes the thread's id; the call then waits until the thread
-/// runs. Null on failure, with the last error set.
+/// signal below. `id`, unless null, takes the thread's id. Null on failure, with the last error
+/// set.
 /// Requires: `security` is null and `flags` is 0.
 // NOLINTNEXTLINE(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp): the name is given
 [[nodiscard]] ZEL_EXPORT void* _beginthreadex(void* security, unsigned int stackSize,
@@ -46,8 +46,9 @@
 /// neither stopped nor waited for.
 [[nodiscard]] ZEL_EXPORT void* GetCurrentThread();
 
-/// The system's number for the calling thread: no other thread has it as long as this one lives.
-/// Never 0 and never 0xFFFFFFFF.
+/// The number of the calling thread, which no other thread of this process ever gets, not even
+/// after its end. A forked process keeps that of the thread that forked it. It is not the number
+/// that the system shows. Never 0 and never 0xFFFFFFFF.
 [[nodiscard]] ZEL_EXPORT unsigned long GetCurrentThreadId();
 
 /// Both at once and at the least cost, for the library itself; and what is between the thread and
