@@ -104,16 +104,19 @@ public:
 
     static errstatus pfuDeleteFile(const char* path);
     static errstatus pfuUnlink(const char* path);
-    /// Gives a file or directory another name; an existing file of that name is replaced. A file
-    /// can be moved to another file system, a directory cannot (errCrossDevice).
+    /// Gives a file or directory another name; an existing file of that name is replaced. If both
+    /// are names of one file already, they stay. A file can be moved to another file system, a
+    /// directory cannot (errCrossDevice).
     static errstatus pfuRenameFile(const char* from, const char* to);
     /// Copies the bytes of a file into a new or emptied one, with new attributes and time. Nobody
     /// else can write the source or open the target through the library meanwhile; a copy onto
-    /// itself is errShared and leaves the file intact. What was written before a failure stays.
+    /// itself is errShared and leaves the file intact, a named pipe as the source is
+    /// errNotSupported and not waited for. What was written before a failure stays.
     static errstatus pfuCopyFile(const char* from, const char* to);
 
-    // The bytes of a file. Any failure is errFailed. Who else goes through the library can read
-    // the source meanwhile and not write it, and cannot open the target.
+    // The bytes of a file. Any failure is errFailed, and so is a named pipe as the source. Who else
+    // goes through the library can read the source meanwhile and not write it, and cannot open the
+    // target.
 
     /// A small checksum for telling files apart (docs/formats.md).
     static errstatus pfuCalcCheckSumByPath(const char* path, unsigned int& checksum);

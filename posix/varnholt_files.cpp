@@ -20,12 +20,13 @@ enum Disposition : unsigned int {
 };
 
 /// The flags of open, or -1 for what no opening can mean. Never O_TRUNC: a file may be emptied
-/// only once it is certain that nobody else has it.
+/// only once it is certain that nobody else has it. A pipe that would be refused is not waited for
+/// either.
 int OpenFlags(unsigned int access, unsigned int disposition) {
     int flags = O_CLOEXEC | O_NOCTTY;
     switch (access) {
     case readAccess:
-        flags |= O_RDONLY;
+        flags |= O_RDONLY | O_NONBLOCK;
         break;
     case writeAccess:
         flags |= O_WRONLY;
@@ -42,7 +43,7 @@ int OpenFlags(unsigned int access, unsigned int disposition) {
     case createAlways:
         return flags | O_CREAT;
     case openAlways:
-        return flags | O_CREAT | O_NONBLOCK; // a pipe is refused, so it is not waited for either
+        return flags | O_CREAT | O_NONBLOCK;
     case openExisting:
     case truncateExisting:
         return flags;
@@ -63,7 +64,8 @@ bool Settle(int descriptor, unsigned int access, unsigned int sharing, unsigned 
     // Devices and pipes are shared by nature, and keep nothing.
     if (!S_ISREG(info.st_mode)) {
         errno = ENOTSUP;
-        return disposition != openAlways;
+        return disposition != openAlways && !(S_ISFIFO(info.st_mode) && access == readAccess) &&
+               sys::fcntl(descriptor, F_SETFL, 0) == 0;
     }
     // A lock cannot say more than shared or exclusive, so a writer that would share counts as
     // one that does not.

