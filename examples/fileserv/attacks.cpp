@@ -114,8 +114,10 @@ TEST_F(FileServiceTest, NothingOutsideCanBeReached) {
     std::vector<Entry> entries;
     ASSERT_EQ(client->GetListing("", "*", entries), errOK);
     std::map<std::string, int> kinds;
-    for (const Entry& entry : entries)
+    for (const Entry& entry : entries) {
         kinds[entry.name] = entry.kind;
+        EXPECT_EQ(entry.modified == 0, entry.kind == Link); // nor anything told of what is there
+    }
     EXPECT_EQ(kinds,
               (std::map<std::string, int>{{"a", Folder}, {"link", Link}, {"dangling", Link}}));
 }

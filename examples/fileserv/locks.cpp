@@ -29,6 +29,8 @@ errstatus NamedLocks::Take(const std::string& name) {
     if (held.Contains(name.c_str()))
         return errOK;
     errstatus status = pfuFS::pfuMakeDir(folder.c_str());
+    if (status == errOK && pfuFS::pfuIsLink(folder.c_str()))
+        status = errNoAccess;
     if (status != errOK)
         return status;
     auto taken = std::make_unique<Held>(Held{name, LockFile("lock-" + name)});

@@ -32,7 +32,8 @@ Entry Describe(const char* name) {
     entry.kind = info.isLink() ? Link : info.isDir() ? Folder : File;
     if (entry.kind == File)
         entry.size = info.fileSize();
-    entry.modified = info.modTime();
+    if (entry.kind != Link) // what it leads to may lie outside
+        entry.modified = info.modTime();
     return entry;
 }
 
