@@ -92,10 +92,7 @@ int RunLocked(RemoteFolder& remote, const Arguments& words) {
         Sleep(200);
     if (status != errOK)
         return Report(words[0], status);
-    std::string line;
-    for (std::size_t i = 1; i < words.size(); ++i)
-        line += ::Quoted(words[i].c_str()) + ' ';
-    ExecProcess command(line.c_str(), 0);
+    ExecProcess command(CommandLine({words.begin() + 1, words.end()}).c_str(), 0);
     if (!command.Start())
         return Report(words[1], errMapError());
     const std::unique_ptr<zelEvent> end(command.GetExitEvent());

@@ -10,18 +10,16 @@
 #define PLINTH_EXAMPLES_FILESERV_PROTOCOL_H
 
 #include <cstring>
-#include <streambuf>
 #include <string>
 #include <vector>
 
-#include <bdtstream.h>
-#include <dsdatcol.h>
 #include <dsstring.h>
 #include <errstatus.h>
 
+#include "../message.h"
+
 namespace fileserv {
 
-constexpr int portable = 1;
 constexpr int statusBytes = 4;        ///< in front of every answer and every block
 constexpr int largestBlock = 1 << 20; ///< bytes of a file in one message
 constexpr int largestRequest = 16384;
@@ -65,56 +63,6 @@ struct Sum {
     bool operator==(const Sum& other) const {
         return size == other.size && checksum == other.checksum;
     }
-};
-
-/// Lets a binary data stream write to the end of a message or read it from its start, in place.
-class MessageBuffer : public std::streambuf {
-public:
-    explicit MessageBuffer(dsXArray<char>& bytes) : message(bytes) {
-        char* const start = message.GetDataPtr();
-        if (start != nullptr)
-            setg(start, start, start + message.GetSize());
-    }
-
-protected:
-    std::streamsize xsputn(const char* bytes, std::streamsize count) override {
-        message.Append(static_cast<unsigned int>(count), bytes);
-        return count;
-    }
-    int_type overflow(int_type c) override {
-        if (!traits_type::eq_int_type(c, traits_type::eof()))
-            message += traits_type::to_char_type(c);
-        return traits_type::not_eof(c);
-    }
-
-private:
-    dsXArray<char>& message;
-};
-
-/// Writes a message afresh, through `out`.
-class Encoder {
-public:
-    explicit Encoder(dsXArray<char>& message) : buffer(message), out(&buffer, portable) {
-        message.Clear();
-    }
-
-private:
-    MessageBuffer buffer;
-
-public:
-    bdtOStream out;
-};
-
-/// Reads a message, through `in`.
-class Decoder {
-public:
-    explicit Decoder(dsXArray<char>& message) : buffer(message), in(&buffer, portable) {}
-
-private:
-    MessageBuffer buffer;
-
-public:
-    bdtIStream in;
 };
 
 // Numbers of 64 bits travel as two of 32, the upper one first.

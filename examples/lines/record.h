@@ -10,12 +10,10 @@
 #include <sstream>
 #include <string>
 
-#include <bdtstream.h>
-#include <dsdatcol.h>
 #include <dsstring.h>
 #include <mbconv.h>
 
-constexpr int portable = 1;
+#include "../message.h"
 
 /// One line: its number, its length in bytes as the sender has it, and its text.
 struct Request {
@@ -55,36 +53,24 @@ inline void Describe(const char* text, Answer& answer) {
     answer.checksum = Checksum(neutral.get());
 }
 
-inline void ToMessage(const std::stringbuf& bytes, dsXArray<char>& message) {
-    const std::string all = bytes.str();
-    message.Clear();
-    message.Append(static_cast<unsigned int>(all.size()), all.data());
-}
-
 inline void Encode(const Request& request, dsXArray<char>& message) {
-    std::stringbuf bytes;
-    bdtOStream(&bytes, portable) << request.number << request.length << request.text;
-    ToMessage(bytes, message);
+    Encoder(message).out << request.number << request.length << request.text;
 }
 
 inline void Encode(const Answer& answer, dsXArray<char>& message) {
-    std::stringbuf bytes;
-    bdtOStream(&bytes, portable) << answer.number << answer.quoted << answer.checksum;
-    ToMessage(bytes, message);
+    Encoder(message).out << answer.number << answer.quoted << answer.checksum;
 }
 
-inline bool Decode(const dsXArray<char>& message, Request& request) {
-    std::stringbuf bytes(std::string(message.GetDataPtr(), message.GetSize()));
-    bdtIStream in(&bytes, portable);
-    in >> request.number >> request.length >> request.text;
-    return in.good();
+inline bool Decode(dsXArray<char>& message, Request& request) {
+    Decoder decoder(message);
+    decoder.in >> request.number >> request.length >> request.text;
+    return decoder.in.good();
 }
 
-inline bool Decode(const dsXArray<char>& message, Answer& answer) {
-    std::stringbuf bytes(std::string(message.GetDataPtr(), message.GetSize()));
-    bdtIStream in(&bytes, portable);
-    in >> answer.number >> answer.quoted >> answer.checksum;
-    return in.good();
+inline bool Decode(dsXArray<char>& message, Answer& answer) {
+    Decoder decoder(message);
+    decoder.in >> answer.number >> answer.quoted >> answer.checksum;
+    return decoder.in.good();
 }
 
 #endif

@@ -8,8 +8,8 @@
 #include <iostream>
 #include <memory>
 #include <string>
+#include <vector>
 
-#include <execproc.h>
 #include <outside/varnholt/service.h>
 
 #include "../children.h"
@@ -29,30 +29,19 @@ int main(int argc, char** argv) {
     zelService service; // a signal ends the two children as well
     service.StopOnSignal(SIGINT);
     service.StopOnSignal(SIGTERM);
-    oPipeStream* serverEnd = nullptr;
-    iPipeStream* ourEnd = nullptr;
-    if (CreatePipeSt(&serverEnd, &ourEnd) != errOK)
-        return Fail(errName(errMapError()));
-    const std::unique_ptr<iPipeStream, PipeDeleter> serverSays(ourEnd);
-
-    ExecProcess server(Quoted(argv[1]).c_str(), 2);
-    server.AssignCout(oAssignableStream(*serverEnd));
-    const bool started = server.Start();
-    const errstatus reason = errMapError();
-    DeletePipe(serverEnd); // the child has its own; with ours open the pipe would never end
-    if (!started)
-        return Fail(std::string(argv[1]) + ": " + errName(reason));
+    TalkingChild server({argv[1]});
+    if (server.status != errOK)
+        return Fail(std::string(argv[1]) + ": " + errName(server.status));
     std::string line;
-    if (!std::getline(*serverSays, line)) {
-        server.WaitForProcess();
+    if (!std::getline(*server.says, line)) {
+        server.process.WaitForProcess();
         return Fail("the server ended before it listened");
     }
     std::cout << "the server says: " << line << std::endl;
 
-    std::string command = Quoted(argv[2]) + ' ' + line.substr(line.rfind(' ') + 1);
-    if (argc > 3)
-        command += ' ' + Quoted(argv[3]);
-    ExecProcess client(command.c_str(), 0);
+    std::vector<std::string> command{argv[2], std::to_string(PortIn(line))};
+    command.insert(command.end(), argv + 3, argv + argc);
+    ExecProcess client(CommandLine(command).c_str(), 0);
     long code = EXIT_FAILURE;
     if (client.Start()) {
         const std::unique_ptr<zelEvent> end(client.GetExitEvent());
@@ -63,7 +52,7 @@ int main(int argc, char** argv) {
     } else {
         Fail(std::string(argv[2]) + ": " + errName(errMapError()));
     }
-    server.Interrupt();
-    server.WaitForProcess();
+    server.process.Interrupt();
+    server.process.WaitForProcess();
     return static_cast<int>(code);
 }
