@@ -23,7 +23,8 @@ public:
             Encoder answer(message);
             answer.out << static_cast<int>(errOK);
             if (request.operation == List) {
-                answer.out << static_cast<int>(names.size());
+                answer.out << static_cast<int>(names.size()) + 1;
+                PutEntry(answer.out, {Unnameable, "\033[31m", 0, 0});
                 for (const std::string& name : names)
                     PutEntry(answer.out, {File, name, 3, 0});
             }
@@ -245,7 +246,9 @@ TEST_F(FileServiceTest, NoServerWritesOutsideTheTarget) {
     Mirror(*client, progress, none).Out("", (temp.path / "out").string());
     client.reset();
     serving.join();
-    EXPECT_EQ(progress.Result().failures.size(), 9U); // an answer without a checksum is one more
+    EXPECT_EQ(progress.Result().failures.size(), 10U); // an answer without a checksum is one more
+    for (const std::string& failure : progress.Result().failures)
+        EXPECT_EQ(failure.find('\033'), failure.npos);
     auto after = TreeOf(temp.path);
     EXPECT_EQ(after["out/honest"], "bad");
     after.erase("out");

@@ -40,7 +40,9 @@ errstatus NamedLocks::Take(const std::string& name) {
     const std::unique_ptr<pfuFileLock> gate = LockFile("gate");
     if (taken->lock == nullptr || gate == nullptr)
         return errNoMemory;
-    status = gate->Lock();
+    status = gate->Release(); // tells of a disk that is full, for which Lock would wait
+    if (status == errOK || status == errShared)
+        status = gate->Lock();
     if (status != errOK)
         return status;
     status = taken->lock->Release();

@@ -88,7 +88,7 @@ void Mirror::OutEntry(const Entry& entry, const std::string& parent, const std::
     const std::string path = Join(parent, '|', entry.name);
     const std::string local = Join(folder, '/', entry.name);
     if (entry.kind == Unnameable)
-        return progress.Fail(parent, "in it, " + entry.name + " cannot travel");
+        return progress.Fail(parent, "in it, " + Shown(entry.name) + " cannot travel");
     if (!Prepare(entry.name, path, local))
         return;
     if (entry.kind == Link)

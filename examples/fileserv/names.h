@@ -6,6 +6,7 @@
 #define PLINTH_EXAMPLES_FILESERV_NAMES_H
 
 #include <cstring>
+#include <cwctype>
 #include <memory>
 #include <sstream>
 #include <string>
@@ -87,8 +88,9 @@ inline std::string Quoted(const char* name) {
 
 /// A name as it is, unless it would play tricks with a terminal.
 inline std::string Shown(const std::string& name) {
-    for (const char c : name)
-        if (static_cast<unsigned char>(c) < ' ' || c == 0x7F)
+    const std::unique_ptr<wchar_t, ReleaseText> wide(XStrnew(name.c_str()));
+    for (const wchar_t* character = wide.get(); *character != L'\0'; ++character)
+        if (std::iswcntrl(static_cast<std::wint_t>(*character)) != 0)
             return Quoted(name.c_str());
     return name;
 }
