@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "outside/varnholt/streambuf.h"
 
-#include <algorithm>
 #include <cstring>
 
 namespace {
@@ -116,18 +115,12 @@ int zelOStreamBuf::overflow(int character) {
 }
 
 std::streamsize zelOStreamBuf::xsputn(const char* data, std::streamsize count) {
-    for (std::streamsize left = count;;) {
-        char* const next = pptr();
-        const std::streamsize part = std::min<std::streamsize>(left, epptr() - next);
-        if (part > 0) { // before there is an area there is no address either
-            pbump(static_cast<int>(part));
-            std::memcpy(next, data, static_cast<std::size_t>(part));
-            data += part;
-            left -= part;
-        }
-        if (left <= 0 || Traits::eq_int_type(overflow(Traits::eof()), Traits::eof()))
-            return count - left;
-    }
+    char* const next = pptr();
+    if (count <= 0 || count > epptr() - next)
+        return std::streambuf::xsputn(data, count); // area by area, with overflow in between
+    pbump(static_cast<int>(count));
+    std::memcpy(next, data, static_cast<std::size_t>(count));
+    return count;
 }
 
 int zelOStreamBuf::underflow() {
