@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "psockmsg.h"
 
-#include <algorithm>
 #include <array>
 #include <string>
 #include <thread>

@@ -1,42 +1,37 @@
 // SPDX-License-Identifier: MIT
 #include "sockstream.h"
 
-#include <algorithm>
 #include <array>
-#include <cstring>
 #include <string>
 #include <thread>
 #include <tuple>
+#include <utility>
 
 #include <gtest/gtest.h>
 
 #include "tests/loopback.h"
+#include "tests/scripted.h"
 
 namespace {
 
-/// A buffer whose hooks work on strings and note what each call was asked for.
+/// A buffer over a stream by a script, which notes what each call of a hook was asked for.
 class Hooked : public zelIOStreamBuf {
 public:
-    Hooked(int size, char* buffer)
-        : zelStreamBufferSize(size), zelStreamBufferBase(buffer), zelIOStreamBuf(size, buffer) {}
+    Hooked(int size, char* buffer, std::string incoming)
+        : zelStreamBufferSize(size), zelStreamBufferBase(buffer), zelIOStreamBuf(size, buffer),
+          script(std::move(incoming)) {}
 
-    std::string incoming, sent, calls;
-    int room = 100;
+    Scripted script;
+    std::string calls;
 
 private:
     int Read(void* data, int length) override {
         calls += "r" + std::to_string(length) + " ";
-        const auto count = std::min(static_cast<std::size_t>(length), incoming.size());
-        std::memcpy(data, incoming.data(), count);
-        incoming.erase(0, count);
-        return static_cast<int>(count);
+        return script.Read(data, length, false);
     }
     int Write(const void* data, int length) override {
         calls += "w" + std::to_string(length) + " ";
-        const int count = std::min(length, room);
-        room -= count;
-        sent.append(static_cast<const char*>(data), static_cast<std::size_t>(count));
-        return count;
+        return script.Write(data, length, false);
     }
 };
 
@@ -45,8 +40,7 @@ TEST(StreamBuffers, CallTheirHooksForWholeAreas) {
     using Row = std::tuple<char*, int, const char*>;
     for (const auto& [area, size, calls] :
          {Row{nullptr, 4, "w4 w4 w2 r4 w1 r4 r4 "}, {given, 9, "w5 w5 r4 w1 r4 r4 "}}) {
-        Hooked buffer(size, area);
-        buffer.incoming = "abcdefg";
+        Hooked buffer(size, area, "abcdefg");
         std::iostream stream(&buffer);
         stream << "0123456789" << std::flush;
         EXPECT_EQ(buffer.in_avail(), 0);
@@ -56,15 +50,14 @@ TEST(StreamBuffers, CallTheirHooksForWholeAreas) {
         std::string rest;
         stream >> rest;
         EXPECT_TRUE(stream.eof());
-        EXPECT_EQ(rest + buffer.sent, "bcdefg0123456789!");
+        EXPECT_EQ(rest + buffer.script.output, "bcdefg0123456789!");
         EXPECT_EQ(buffer.calls, calls);
         EXPECT_EQ(buffer.SetBufferSize(2), area == nullptr);
     }
 }
 
 TEST(StreamBuffers, LoseNoByteWhenTheirSizeChangesOrAHookFails) {
-    Hooked buffer(4, nullptr);
-    buffer.incoming = "abcdefghi";
+    Hooked buffer(4, nullptr, "abcdefghi");
     std::iostream stream(&buffer);
     EXPECT_FALSE(buffer.SetBufferSize(0));
     EXPECT_EQ(stream.get(), 'a');
@@ -72,15 +65,15 @@ TEST(StreamBuffers, LoseNoByteWhenTheirSizeChangesOrAHookFails) {
     EXPECT_TRUE(buffer.SetBufferSize(2));
     std::string rest;
     stream >> rest;
-    EXPECT_EQ(rest + buffer.sent, "bcdefghi123");
+    EXPECT_EQ(rest + buffer.script.output, "bcdefghi123");
     EXPECT_EQ(buffer.calls, "r4 w3 r2 r2 r2 r2 ");
     stream.clear();
-    buffer.room = 1;
+    buffer.script.room = 1;
     EXPECT_FALSE(stream << "45" << std::flush);
     EXPECT_FALSE(buffer.SetBufferSize(8));
-    buffer.room = 1;
+    buffer.script.room = 1;
     EXPECT_EQ(buffer.pubsync(), 0);
-    EXPECT_EQ(buffer.sent, "12345");
+    EXPECT_EQ(buffer.script.output, "12345");
     EXPECT_TRUE(zelStreamBufferSize(7).SetBufferSize(-1)) << "the base only stores it";
 }
 
