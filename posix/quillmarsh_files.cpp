@@ -13,9 +13,11 @@ int zel_chdir(const char* path) {
 }
 
 bool win32FindClose(void* handle) {
+    const sys::KeepErrno keep; // for whoever has to tell of an earlier failure
     return CloseHandle(handle);
 }
 
 bool win32CloseFileHandle(void* handle) {
+    const sys::KeepErrno keep; // for whoever has to tell of an earlier failure
     return CloseHandle(handle);
 }

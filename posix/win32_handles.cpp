@@ -6,10 +6,12 @@
 
 bool CloseHandle(void* handle) {
     if ((reinterpret_cast<long>(handle) & 1) != 0) {
-        const sys::KeepErrno keep;
-        const int descriptor = zelDescriptorOfHandle(handle);
+        const int former = errno, descriptor = zelDescriptorOfHandle(handle);
         // An interrupted close has closed all the same: a second one could hit a newcomer.
-        return descriptor >= 0 && (sys::close(descriptor) == 0 || errno == EINTR);
+        if (descriptor < 0 || (sys::close(descriptor) != 0 && errno != EINTR))
+            return false;
+        errno = former;
+        return true;
     }
     if (handle == nullptr)
         return false;
