@@ -5,6 +5,7 @@
 #include <cstring>
 #include <utility>
 
+#include "outside/quillmarsh/memory.h"
 #include "outside/varnholt/streambuf.h"
 #include "outside/win32/handles.h"
 
@@ -19,6 +20,14 @@ void* NoStream() {
 
 void* NoProcess() {
     return zelHandleOfDescriptor(-1);
+}
+
+/// For free(). A process without a command could not even say why it does not start.
+char* CopyOf(const char* text) {
+    char* const copy = strdup(text);
+    if (copy == nullptr)
+        zelOutOfMemory();
+    return copy;
 }
 
 } // namespace
@@ -49,7 +58,7 @@ ExecProcess::ExecProcess(const char* commandLine, unsigned int streamFlags)
     : process(NoProcess()), processId(0), reaped(true), coutToAssign((streamFlags & 2) != 0),
       cinToAssign((streamFlags & 1) != 0), cerrToAssign((streamFlags & 4) != 0),
       coutHandle(NoStream()), cinHandle(NoStream()), cerrHandle(NoStream()),
-      command(strdup(commandLine)) {
+      command(CopyOf(commandLine)) {
     exitStatus.setAlive();
 }
 
