@@ -31,8 +31,8 @@ inline std::string CommandLine(const std::vector<std::string>& words) {
     return line;
 }
 
-/// A program in a process of its own, whose output comes back through a pipe. It is not reached by
-/// the signals of the terminal: those are for the caller, who may pass them on.
+/// A program in a process of its own, whose output comes back through a pipe. The terminal's
+/// signals reach it like the caller.
 struct TalkingChild {
     explicit TalkingChild(const std::vector<std::string>& words)
         : process(CommandLine(words).c_str(), 2) {
@@ -43,7 +43,7 @@ struct TalkingChild {
             return;
         says.reset(ourEnd);
         process.AssignCout(oAssignableStream(*theirEnd));
-        if (!process.Start(false))
+        if (!process.Start())
             status = errMapError();
         DeletePipe(theirEnd); // the child has its own; with ours open the pipe would never end
     }
