@@ -40,7 +40,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     }
 
     std::vector<fileserv::Entry> entries;
-    fileserv::Decoder listing(message);
+    Decoder listing(message);
     if (fileserv::TakeEntries(listing.in, entries))
         Require(entries.size() <= size / 24);
     return 0;
