@@ -88,10 +88,12 @@ bool uGetUserName(char* buffer, unsigned int* size) {
     std::vector<char> room(1024);
     passwd record;
     passwd* found = nullptr;
-    int error;
-    while ((error = sys::getpwuid_r(sys::geteuid(), &record, room.data(), room.size(), &found)) ==
-           ERANGE)
-        room.resize(room.size() * 2);
+    int error = 0;
+    do {
+        if (error == ERANGE)
+            room.resize(room.size() * 2);
+        error = sys::getpwuid_r(sys::geteuid(), &record, room.data(), room.size(), &found);
+    } while (error == ERANGE || error == EINTR);
     if (found == nullptr) {
         errno = error != 0 ? error : ENOENT;
         return false;
