@@ -108,6 +108,9 @@ TEST_P(Calls, AreWaitedForBesideAllElseInALoopOfOnesOwn) {
         EXPECT_EQ(event == &thread ? &thread : nullptr, ptkStrictTaskEvent::cast(event));
         EXPECT_EQ(event == call.get() ? call.get() : nullptr, ptkAsyncCallEvent::cast(event));
     }
+    int kind = pipe->GetKind();
+    for (const int i : {2, 3, 1, 0, 4}) // as they are made when the library is loaded
+        EXPECT_EQ(kind++, events[i]->GetKind());
     pollfd set[5] = {};
     for (int i = 0; i < 5; ++i)
         set[i] = {events[i]->GetDescriptor(), POLLIN, 0};
