@@ -46,11 +46,8 @@ public:
     }
 
     [[nodiscard]] const Tally& Result() const { return tally; }
-    [[nodiscard]] double Seconds() const {
-        return std::chrono::duration<double>(Clock::now() - start).count();
-    }
     [[nodiscard]] std::string Line() const {
-        const double seconds = Seconds();
+        const double seconds = std::chrono::duration<double>(Clock::now() - start).count();
         std::ostringstream line;
         line << tally.files << " files, " << tally.folders << " folders, " << tally.bytes
              << " bytes, " << std::fixed << std::setprecision(1)

@@ -7,7 +7,6 @@
 #include <clocale>
 #include <csignal>
 #include <cstdlib>
-#include <iomanip>
 #include <iostream>
 #include <memory>
 #include <string>
@@ -60,7 +59,6 @@ private:
 /// One way: what was done, and what the server says of its time.
 struct Way {
     fileserv::Tally tally;
-    double seconds = 0;
     Names server;
 };
 
@@ -82,18 +80,8 @@ bool Go(const Names& paths, const Names& excluded, bool out, zelService& service
         mirror.Into(local, "");
     const bool good = progress.Report();
     way.tally = progress.Result();
-    way.seconds = progress.Seconds();
     way.server = server.Stop();
     return good;
-}
-
-void PrintRow(const char* name, const Way& way) {
-    const auto bytes = static_cast<double>(way.tally.bytes);
-    std::cout << std::left << std::setw(18) << name << std::right << std::setw(9) << way.tally.files
-              << std::setw(9) << way.tally.folders << std::setw(15) << way.tally.bytes << std::fixed
-              << std::setprecision(2) << std::setw(9) << way.seconds << std::setprecision(1)
-              << std::setw(9) << (way.seconds > 0 ? bytes / way.seconds / 1e6 : 0) << std::setw(8)
-              << way.tally.failures.size() << '\n';
 }
 
 void PrintServer(const char* name, const Way& way) {
@@ -136,14 +124,9 @@ int main(int argc, char** argv) {
     good = good && out.tally.files == into.tally.files && out.tally.bytes == into.tally.bytes &&
            out.tally.folders == into.tally.folders;
 
-    std::cout
-        << "\nmirrored              files  folders          bytes  seconds     MB/s  failed\n";
-    PrintRow("out", out);
-    PrintRow("into", into);
     std::cout << (good ? "all of it verified by checksum\n"
                        : "NOT all of it was mirrored: see above\n")
               << "\nwhere the time went\n";
-    std::cout << std::defaultfloat << std::setprecision(6);
     PrintServer("the server, out", out);
     PrintServer("the server, into", into);
     std::cout << "the client, both ways\n"; // the lines of this process come at its end
