@@ -5,6 +5,8 @@
 #include <cerrno>
 #include <cstddef>
 
+#include <dlfcn.h>
+
 extern "C" {
 void* __libc_malloc(std::size_t size);
 void* __libc_calloc(std::size_t count, std::size_t size);
@@ -18,9 +20,10 @@ namespace {
 constinit std::atomic<long> left{0};
 constinit std::atomic<bool> set{false}, forGood{false};
 constinit std::atomic<long> live{0};
+[[gnu::tls_model("initial-exec")]] thread_local constinit bool exempt = false;
 
 bool Refused() {
-    if (!set.load(std::memory_order_relaxed))
+    if (exempt || !set.load(std::memory_order_relaxed))
         return false;
     const long now = left.fetch_sub(1);
     if (now > 1 || (now < 1 && !forGood))
@@ -57,6 +60,18 @@ long LiveBlocks() {
 } // namespace budget
 
 extern "C" {
+
+/// The C library ends the process when it finds no memory to note the destructor of a thread-local
+/// object, as a thread of the library has one: there is nothing to look at after that.
+int __cxa_thread_atexit_impl(void (*destructor)(void*), void* object, void* library) {
+    static const auto next = reinterpret_cast<decltype(&__cxa_thread_atexit_impl)>(
+        dlsym(RTLD_NEXT, "__cxa_thread_atexit_impl"));
+    const bool before = exempt;
+    exempt = true;
+    const int result = next(destructor, object, library);
+    exempt = before;
+    return result;
+}
 
 void* malloc(std::size_t size) {
     return Refused() ? nullptr : Counted(__libc_malloc(size));

@@ -156,6 +156,7 @@ const sweep::Family* const families[] = {
     &sweep::files,
     &sweep::pipes,
     &sweep::processes,
+    &sweep::threads,
 };
 
 } // namespace
