@@ -153,10 +153,8 @@ void Sweep(const sweep::Scenario& scenario) {
 }
 
 const sweep::Family* const families[] = {
-    &sweep::files,
-    &sweep::pipes,
-    &sweep::processes,
-    &sweep::threads,
+    &sweep::files,   &sweep::memory, &sweep::pipes,   &sweep::processes,
+    &sweep::sockets, &sweep::text,   &sweep::threads,
 };
 
 } // namespace

@@ -43,7 +43,7 @@ inline const Failing failing[] = {
     {"getcwd", {ENOENT, ENOMEM}},
     {"gethostname", {ENAMETOOLONG}},
     {"getpeername", {ENOTCONN, ENOBUFS}},
-    {"getpwuid_r", {EIO, EMFILE, ERANGE}},
+    {"getpwuid_r", {EINTR, EIO, EMFILE, ERANGE}},
     {"getsockname", {ENOBUFS}},
     {"getsockopt", {ENOBUFS}},
     {"ioctl", {EINVAL}},

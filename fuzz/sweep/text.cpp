@@ -1,0 +1,141 @@
+// SPDX-License-Identifier: MIT
+#include <cstring>
+#include <memory>
+#include <sstream>
+#include <string>
+
+#include <bdtstream.h>
+#include <cmdargxp.h>
+#include <dsstring.h>
+#include <mbconv.h>
+#include <zelprof.h>
+
+#include "outside/quillmarsh/abort.h"
+#include "outside/varnholt/text.h"
+#include "sweep.h"
+
+namespace {
+
+using namespace sweep;
+
+void Neutral() {
+    using Convert = char* (*)();
+    const Convert conversions[] = {
+        [] { return mbxNativeToNeut("plain text"); }, [] { return mbxNativeToNeut("one\0two", 7); },
+        [] { return mbxNeutToNative("plain text"); }, [] { return mbcNativeToNeut("x"); },
+        [] { return mbcNeutToNative("x"); },          [] { return Strnew__("plain text"); },
+    };
+    for (const Convert convert : conversions) {
+        char* made = nullptr;
+        Try([&] { made = convert(); });
+        Expect(made != nullptr || !MustWork(), "it is converted");
+        Expect(made == nullptr || std::strchr("pox", made[0]) != nullptr, "and right");
+        delete[] made;
+    }
+    wchar_t* wide = nullptr;
+    Try([&] { wide = XStrnew("text"); });
+    Expect(wide != nullptr ? wide[0] == L't' : !MustWork(), "a wide copy");
+    delete[] wide;
+}
+
+void Quoting() {
+    std::ostringstream out, back;
+    const std::string text = "say\t\\this\n" + std::string(1000, 'x');
+    const bool done = Try([&] {
+        out.exceptions(std::ios::badbit);
+        NativeStringToCStyle(text.c_str(), out);
+    });
+    if (!done)
+        return;
+    const bool read = Try([&] {
+        back.exceptions(std::ios::badbit);
+        CStyleStringToNative(out.str().c_str(), false, back);
+    });
+    Expect(read ? back.str() == text + '\0' : !MustWork(), "it comes back");
+}
+
+void IgnoreReport(const char*, const char*, int) {}
+
+void Arguments() {
+    const Folder folder;
+    folder.Put("file", "one\ntwo three\n");
+    const zelAbortHandler former = zelSetAbortHandler(IgnoreReport);
+    char name[] = "program", option[] = "-argfile", file[] = "file", last[] = "last";
+    char* words[] = {name, option, file, last, nullptr};
+    int argc = 4;
+    char** argv = words;
+    Try([&] { ExpandCommandArguments(argc, argv, false); });
+    if (argv != words) {
+        Expect(argc == 4 && std::strcmp(argv[1], "one") == 0 && std::strcmp(argv[3], "last") == 0,
+               "the whole list");
+        Try([&] { FreeCommandArguments(argc, argv); });
+    } else {
+        Expect(argc == 4 && !MustWork(), "the list is as it was");
+    }
+    zelSetAbortHandler(former);
+}
+
+void BinaryStreams() {
+    for (const int portable : {0, 1}) {
+        std::stringbuf buffer;
+        std::string block(100000, 'b');
+        bool written = false;
+        Try([&] {
+            bdtOStream out(&buffer, portable);
+            out << 'c' << 1 << 2.5 << "a text" << L"wide";
+            out.Write(block.data(), static_cast<int>(block.size()));
+            written = out.good();
+        });
+        Expect(written || !MustWork(), "it is written");
+        char c = 0, *data = nullptr;
+        int number = 0, length = 0;
+        double real = 0;
+        dsString text("as before"), wide;
+        bool read = false;
+        const bool done = Try([&] {
+            bdtIStream in(&buffer, portable);
+            in >> c >> number >> real >> text >> wide;
+            in.Read(data, length);
+            read = in.good();
+        });
+        Expect(!written || !done ||
+                   (read && std::string(text) == "a text" && real == 2.5 && length == 100000 &&
+                    data[99999] == 'b'),
+               "it comes back");
+        Expect(done || std::string(text) == "as before" || std::string(text) == "a text" ||
+                   text.IsEmpty(),
+               "whole, as before, or empty");
+        delete[] data;
+    }
+}
+
+void Profile() {
+    Try([&] {
+        ProfileEntry entry("sweep");
+        const ProfilePoint point(&entry);
+    });
+}
+
+void Match() {
+    bool matches = false;
+    Try([&] { matches = Strmatch(L"a long name", L"a*n?me"); });
+    Expect(matches, "it matches");
+    const char* value = nullptr;
+    Try([&] { matches = Getenv("PATH", &value); });
+    Expect(matches && value != nullptr, "it is set");
+}
+
+const Scenario scenarios[] = {
+    {"neutral text", "mb?N*To* Strnew__ XStrnew zel_mb* zel_wc*", Neutral},
+    {"quoting", "NativeStringToCStyle CStyleStringToNative", Quoting},
+    {"argument files", "ExpandCommandArguments FreeCommandArguments", Arguments},
+    {"binary streams", "bdt*Stream::* bdtBase::*", BinaryStreams},
+    {"profiling", "ProfileEntry::* ProfilePoint::* zelTimeval::*", Profile},
+    {"matching", "Strmatch Getenv", Match},
+};
+
+} // namespace
+
+namespace sweep {
+const Family text{"text", scenarios};
+}
