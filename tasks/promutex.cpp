@@ -29,6 +29,14 @@ struct Guarded {
 };
 using GuardedWord [[gnu::may_alias]] = std::uint64_t;
 
+/// Waits for the section and adds. Apart from the usual way, which so has few registers to save.
+[[gnu::noinline]] void AddInside(CRITICAL_SECTION& section, int& contenders, int amount) {
+    const zelStopShield shield; // a stopped thread must not shut the section for all others
+    EnterCriticalSection(&section);
+    Write(contenders, Read(contenders) + amount);
+    LeaveCriticalSection(&section);
+}
+
 } // namespace
 
 proMutex::proMutex() : ownerThread(badThreadHandle), recursion(0), initialised(false) {
@@ -81,10 +89,7 @@ inline void proMutex::AddContenders(int amount) {
             return;
         seen = std::bit_cast<Guarded>(bits);
     }
-    const zelStopShield shield; // a stopped thread must not shut the section for all others
-    LockTryHandle();
-    Write(contenders, Read(contenders) + amount);
-    UnlockTryHandle();
+    AddInside(tryHandle, contenders, amount);
 }
 
 void proMutex::BecomeOwner(const zelThreadSelf& self) {
