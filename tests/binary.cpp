@@ -13,7 +13,6 @@
 #include <string>
 #include <thread>
 #include <tuple>
-#include <type_traits>
 #include <vector>
 
 #include "tests/countnew.h"
@@ -47,14 +46,9 @@ struct Value {
     template <typename Use>
     bool AsNumber(Use use) const {
         const auto is = [&](const char* name, auto zero) {
-            using Number = decltype(zero);
-            if (type != name)
-                return false;
-            if constexpr (std::is_floating_point_v<Number>)
-                use(static_cast<Number>(std::stod(literal)));
-            else
-                use(static_cast<Number>(std::stoll(literal)));
-            return true;
+            if (type == name)
+                use(static_cast<decltype(zero)>(std::stod(literal))); // holds all that are there
+            return type == name;
         };
         const unsigned short zero = 0;
         return is("char", char()) || is("uchar", static_cast<unsigned char>(zero)) ||
