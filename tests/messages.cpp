@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "psockmsg.h"
 
-#include <array>
 #include <string>
 #include <thread>
 
@@ -45,7 +44,7 @@ TEST(Messages, ComeThroughWholeHoweverTheyAreCut) {
     for (const auto& [payload, bytes] : support::Vectors("message"))
         EXPECT_EQ(Framed(support::FromHex(payload)), support::FromHex(bytes));
     const std::string payloads[] = {"", "0123456789", Bytes(10000)};
-    for (const std::size_t step : std::array<std::size_t, 7>{1, 2, 3, 5, 4095, 4097, 1 << 20}) {
+    for (const std::size_t step : {1u, 2u, 3u, 5u, 4095u, 4097u, 1u << 20}) {
         SCOPED_TRACE(step);
         Scripted out("", step);
         for (const std::string& payload : payloads) {
@@ -102,7 +101,7 @@ TEST(Messages, NoPrefixIsBelieved) {
 }
 
 TEST(Messages, BlocksOfKnownLength) {
-    for (const std::size_t step : std::array<std::size_t, 3>{1, 3, 100}) {
+    for (const std::size_t step : {1u, 3u, 100u}) {
         Scripted stream("0123456789", step);
         char block[20];
         const auto read = [&](int length) {

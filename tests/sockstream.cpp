@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "sockstream.h"
 
-#include <array>
 #include <string>
 #include <thread>
 #include <tuple>
@@ -87,7 +86,7 @@ TEST(SocketStreams, CarryStandardStreamCode) {
     {
         ioSockStream stream(*pair.client);
         std::string back;
-        for (const std::size_t length : std::array<std::size_t, 4>{0, 4095, 4096, 1000000}) {
+        for (const std::size_t length : {0u, 4095u, 4096u, 1000000u}) {
             const std::string line(length, 'x');
             stream << line << '\n'; // no flush
             std::getline(stream, back);
