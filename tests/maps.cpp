@@ -156,8 +156,10 @@ TEST(UniqueString, CellsLiveAsLongAsTheyAreReferredTo) {
         std::vector<dsStringCell*>& holders = model[text];
         dsStringCell* cell = holders.empty() ? nullptr : holders.back();
         if (step < 10000 && random() % 2 == 0) {
-            cell != nullptr&& random() % 2 == 0 ? cell->Lock()
-                                                : dsStringCell::AddToDatabase(text.c_str(), cell);
+            if (cell != nullptr && random() % 2 == 0)
+                cell->Lock();
+            else
+                dsStringCell::AddToDatabase(text.c_str(), cell);
             holders.push_back(cell);
             ASSERT_EQ(cell, holders.front());
             ASSERT_STREQ(cell->GetString(), text.c_str());
