@@ -154,6 +154,37 @@ TEST_F(FileServiceTest, AFolderSwappedForALinkLeadsNowhere) {
     EXPECT_TRUE(client->IsUsable());
 }
 
+TEST_F(FileServiceTest, AFileSwappedForALinkLeadsNowhere) {
+    const Server server(served);
+    const fs::path file = served / "a" / "file", next = served / "a" / "next";
+    const std::string content = ReadFile(file), copy = (temp.path / "copy").string();
+    std::atomic<bool> over{false};
+    std::thread swapper([&] {
+        while (!over) {
+            fs::create_symlink(outside / "secret", next);
+            fs::rename(next, file);
+            WriteFile(next, content);
+            fs::rename(next, file);
+        }
+    });
+    const auto client = server.Client();
+    std::map<int, int> seen;
+    for (int i = 0; i < 1000; ++i) {
+        Sum sum;
+        const errstatus status = client->FetchFile("a|file", copy, nullptr);
+        ++seen[status];
+        if (status == errOK) {
+            EXPECT_EQ(ReadFile(copy), content);
+        }
+        if (client->GetSum("a|file", sum) == errOK) {
+            EXPECT_EQ(sum.size, static_cast<long long>(content.size()));
+        }
+    }
+    over = true;
+    swapper.join();
+    EXPECT_EQ(seen[errOK] + seen[errNoAccess], 1000);
+}
+
 TEST_F(FileServiceTest, NonsenseIsAnErrorAndTheServerServesOn) {
     const Server server(served);
     const std::string good = Bytes({Stat, "a|file", ""});

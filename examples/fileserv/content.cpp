@@ -6,6 +6,7 @@
 #include <outside/win32/files.h>
 
 #include "names.h"
+#include "pinned.h"
 #include "profile.h"
 
 namespace fileserv {
@@ -18,33 +19,19 @@ errstatus Reason() {
     return reason == errOK ? errFailed : reason;
 }
 
-/// Whether a path can be read, and how large what stands there is.
-errstatus Examine(const char* path, long long& size) {
-    const pfStat info{pfuDirPath(path)};
-    if (!info.initialized())
-        return errNotFound;
-    if (info.isDir())
-        return errIsDirectory;
-    size = info.fileSize();
-    return errOK;
-}
-
 } // namespace
 
-errstatus Source::Open(const char* path) {
+errstatus Source::Open(const char* path, bool followLinks) {
     ProfilePoint point(&Profile::Reading());
-    long long size = 0;
-    const errstatus status = Examine(path, size);
-    // What has no bytes is not opened: it may be a named pipe, and that would wait for a writer.
-    if (status != errOK || size == 0)
+    PinnedFile pinned;
+    const errstatus status = pinned.Find(path, followLinks);
+    if (status != errOK)
         return status;
-    return pfuFS::pfuOpenStream(path, std::ios_base::in | std::ios_base::binary, file);
+    return pfuFS::pfuOpenStream(pinned.Path(), std::ios_base::in | std::ios_base::binary, file);
 }
 
 int Source::Read(char* bytes, int size) {
     ProfilePoint point(&Profile::Reading());
-    if (!file.is_open())
-        return 0;
     file.read(bytes, size);
     return file.bad() ? -1 : static_cast<int>(file.gcount());
 }
@@ -60,16 +47,17 @@ errstatus Replacement::Open(const char* path) {
     const std::size_t separator = native.rfind('/');
     const std::string folder =
         separator == std::string::npos ? std::string() : native.substr(0, separator + 1);
-    do {
+    PinnedFile pinned;
+    errstatus status = errExists; // a name may be left by a process that was killed
+    while (status == errExists) {
         unfinished = folder + ownPrefix + '-' + std::to_string(GetCurrentProcessId()) + '-' +
                      std::to_string(++made);
-    } while (pfStat(unfinished.c_str()).initialized()); // left by a process that was killed
-    const errstatus status =
-        unfinished.size() < pfuPathSize
-            ? pfuFS::pfuOpenStream(unfinished.c_str(), std::ios_base::out | std::ios_base::binary,
-                                   file)
-            : errNameTooLong;
-    if (status != errOK)
+        status = pinned.Make(unfinished.c_str());
+    }
+    if (status == errOK)
+        status =
+            pfuFS::pfuOpenStream(pinned.Path(), std::ios_base::out | std::ios_base::binary, file);
+    else
         unfinished.clear();
     target = native;
     return status;
@@ -101,13 +89,15 @@ void Replacement::Discard() {
     unfinished.clear();
 }
 
-errstatus SumOf(const char* path, Sum& sum) {
+errstatus SumOf(const char* path, bool followLinks, Sum& sum) {
     ProfilePoint point(&Profile::Summing());
-    Sum found;
-    const errstatus status = Examine(path, found.size);
+    PinnedFile pinned;
+    const errstatus status = pinned.Find(path, followLinks);
     if (status != errOK)
         return status;
-    if (found.size != 0 && pfuFS::pfuCalcCheckSumByPath(path, found.checksum) != errOK)
+    Sum found;
+    found.size = pfStat(pinned.Path()).fileSize();
+    if (pfuFS::pfuCalcCheckSumByPath(pinned.Path(), found.checksum) != errOK)
         return Reason();
     sum = found;
     return errOK;

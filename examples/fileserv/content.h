@@ -25,7 +25,8 @@ using Moved = std::function<void(int)>;
 /// A file that is read from its start to its end.
 class Source {
 public:
-    errstatus Open(const char* path);
+    /// errNotSupported for a pipe or device; a link is errNoAccess, unless links are followed.
+    errstatus Open(const char* path, bool followLinks);
     /// Up to `size` bytes; 0 at the end, -1 for a failure.
     int Read(char* bytes, int size);
 
@@ -54,8 +55,8 @@ private:
     std::ofstream file;
 };
 
-/// Size and checksum of a file.
-errstatus SumOf(const char* path, Sum& sum);
+/// Size and checksum of a file, with the same errors.
+errstatus SumOf(const char* path, bool followLinks, Sum& sum);
 
 /// Sends the blocks of a file, the last one included. A result other than errOK is the
 /// connection's failure if that is no longer usable, and otherwise the file's, and the other side

@@ -139,7 +139,7 @@ void Mirror::IntoEntry(const std::string& name, const std::string& folder,
 void Mirror::Verify(const std::string& path, const std::string& file) {
     Sum theirs, ours;
     const errstatus asked = remote.GetSum(path, theirs);
-    const errstatus summed = SumOf(file.c_str(), ours);
+    const errstatus summed = SumOf(file.c_str(), true, ours);
     if (asked != errOK || summed != errOK)
         progress.Fail(path, errName(asked != errOK ? asked : summed));
     else if (!(theirs == ours))

@@ -72,7 +72,7 @@ errstatus RemoteFolder::FetchFile(const std::string& path, const std::string& fi
 errstatus RemoteFolder::PutFile(const std::string& file, const std::string& path,
                                 const Moved& moved) {
     Source source;
-    errstatus status = source.Open(file.c_str());
+    errstatus status = source.Open(file.c_str(), true);
     if (status == errOK)
         status = Ask(Put, path, "");
     if (status != errOK)

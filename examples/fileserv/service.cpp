@@ -133,7 +133,7 @@ errstatus FileService::TellOf(const char* name) {
 
 errstatus FileService::TellSum(const char* name) {
     Sum sum;
-    const errstatus status = SumOf(name, sum);
+    const errstatus status = SumOf(name, false, sum);
     if (status != errOK)
         return status;
     Encoder answer(message);
@@ -144,7 +144,7 @@ errstatus FileService::TellSum(const char* name) {
 
 void FileService::SendFile(const char* name, Connection& connection) {
     Source source;
-    const errstatus status = source.Open(name);
+    const errstatus status = source.Open(name, false);
     SendStatus(status, connection);
     if (status == errOK && connection.IsUsable())
         SendBlocks(connection, source, nullptr);
