@@ -47,7 +47,9 @@ int Create(pthread_t& identity, std::size_t stackSize, void* (*entry)(void*), vo
 thread_local Thread::EndGuard Thread::endGuard;
 
 Thread::EndGuard::~EndGuard() {
-    if (thread != nullptr)
+    // In a forked process this is a copy of a thread that goes on in the parent, and the descriptor
+    // of its end is the one of both.
+    if (thread != nullptr && thread->systemId == sys::gettid())
         thread->Finish();
 }
 

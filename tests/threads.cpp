@@ -312,6 +312,34 @@ TEST_P(Kills, MayMeetEachOtherAndTheEnd) {
     EXPECT_TRUE(one.Kill() && two.Kill());
 }
 
+TEST(End, IsNotToldByAForkedCopy) {
+    std::atomic<bool> watched{false}, forked{false}, over{false};
+    Task task([&] {
+        while (!watched)
+            std::this_thread::yield();
+        const pid_t copy = fork();
+        if (copy == 0) {
+            pthread_key_t last;
+            pthread_key_create(&last, [](void*) { _exit(0); });
+            pthread_setspecific(last, &last);
+            return 0U;
+        }
+        EXPECT_EQ(copy, waitpid(copy, nullptr, 0));
+        for (forked = true; !over; std::this_thread::yield())
+            ;
+        return 0U;
+    });
+    ASSERT_TRUE(task.Start());
+    EndOf end(task.GetHandle());
+    zelEvent* const events[] = {&end, nullptr};
+    watched = end.GetDescriptor() >= 0;
+    EXPECT_TRUE(Eventually([&] { return forked.load(); }));
+    EXPECT_EQ(-1, zelEvent::WaitAny(events, 2, 0));
+    over = true;
+    EXPECT_EQ(0, zelEvent::WaitAny(events, 2, -1));
+    EXPECT_TRUE(task.Kill());
+}
+
 TEST(Self, IsKnownToEachThreadWhichMayStopItself) {
     static std::atomic<void*> self;
     static std::atomic<unsigned long> id;
