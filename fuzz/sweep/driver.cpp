@@ -259,6 +259,11 @@ int main(int count, char** words) {
             if (only == "" || only == scenario.name) {
                 const long before = runs;
                 Sweep(scenario);
+                if (family->hasProcesses) {
+                    sys::SetCripples(sys::NoPidfd);
+                    Sweep(scenario);
+                    sys::SetCripples(0);
+                }
                 std::fprintf(report, "%8ld  %s\n", runs - before, scenario.name);
                 ++scenarios;
             }

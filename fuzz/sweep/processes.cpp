@@ -180,5 +180,5 @@ const Scenario scenarios[] = {
 } // namespace
 
 namespace sweep {
-const Family processes{"processes", scenarios};
+const Family processes{"processes", scenarios, true};
 }

@@ -25,6 +25,8 @@ struct Scenario {
 struct Family {
     const char* name;
     std::span<const Scenario> scenarios;
+    /// Whether all is to hold where processes have no descriptors as well.
+    bool hasProcesses = false;
 };
 
 extern const Family files, locks, memory, pipes, processes, sockets, text, threads;
