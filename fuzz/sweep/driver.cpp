@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// usage: sweep FAMILY [SCENARIO]
+// usage: sweep [FAMILY [SCENARIO]], or sweep --complete LIST-OF-EXPORTS
 #include <algorithm>
 #include <chrono>
 #include <csignal>
@@ -16,6 +16,7 @@
 #include <unistd.h>
 
 #include "budget.h"
+#include "complete.h"
 #include "errors.h"
 #include "picture.h"
 #include "posix/faultplan.h"
@@ -248,6 +249,8 @@ int main(int count, char** words) {
         std::signal(signal, OnFatalSignal);
     sys::SetCripples(0);
 
+    if (count == 3 && std::string_view(words[1]) == "--complete")
+        return sweep::Uncovered(families, words[2], report);
     const std::string_view wanted = count > 1 ? words[1] : "", only = count > 2 ? words[2] : "";
     for (const sweep::Family* const family : families) {
         if (wanted != "" && wanted != family->name)

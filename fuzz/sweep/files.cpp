@@ -94,6 +94,9 @@ void DeleteFile() {
     ExpectStatus(two);
     Expect((folder.Get("one") == "(none)") == (one == errOK), "deleted if it says so");
     Expect((folder.Get("two") == "(none)") == (two == errOK), "unlinked if it says so");
+    folder.Put("three", "3");
+    const int three = Try(-1, [] { return zel_unlink("three"); });
+    Expect((folder.Get("three") == "(none)") == (three == 0), "unlinked if it says so");
 }
 
 void Questions() {
@@ -328,13 +331,46 @@ void NativeFiles() {
     }
 }
 
+/// Texts in fixed buffers: nothing can fail in there.
+void Paths() {
+    Try([] {
+        pfuDirPath path("|a|b"), head, tail, joined(path, pfuDirPath("c"));
+        pfuDirEntry entry, first;
+        entry = "name";
+        entry += ".txt";
+        joined += entry;
+        Expect(joined.GetHead(head) && joined.GetTail(entry), "it has a head and a tail");
+        Expect(joined.GetTail(tail) && joined.GetHead(first), "of both kinds");
+        Expect(std::string(joined) == "|a|b|c|name.txt", "it is joined");
+        pfuOSPath native(joined);
+        native.TrimTrailSeps();
+        Expect(std::string(native) == "/a/b/c/name.txt", "in native form");
+        native.ToNeutral(path);
+        native.AddWildcard();
+        char separator[] = "|";
+        Expect(issep(separator) && pfuIsStringPathAbsolute(path) && IsUnixStyleAbsPath(path) &&
+                   !IsWinStyleAbsPath(path),
+               "absolute");
+        path = "|a|b|c";
+        path += pfuDirPath("d");
+        Expect(pfuFS::pfuIsParentPath(joined, "|a", tail) && std::string(tail) == "b|c|name.txt",
+               "below its parent");
+        Expect(pfuFS::pfuReadLink(path, tail) == errNotSupported, "no such thing");
+    });
+    Expect(!Hit(), "nothing is asked of the system");
+}
+
 const Scenario scenarios[] = {
+    {"paths",
+     "pfuDirPath::* pfuDirEntry::* pfuOSPath::* issep IsUnixStyleAbsPath IsWinStyleAbsPath "
+     "pfuIsStringPathAbsolute pfuFS::pfuIsParentPath pfuFS::pfuReadLink",
+     Paths},
     {"copy a file", "pfuFS::pfuCopyFile", CopyFile},
     {"replace a text", "pfuFS::pfuReplaceString", ReplaceString},
     {"a checksum", "pfuFS::pfuCalcCheckSumByPath", CheckSum},
     {"rename", "pfuFS::pfuRenameFile", Rename},
     {"move to another file system", "pfuFS::pfuRenameFile", RenameToOtherFileSystem},
-    {"delete", "pfuFS::pfuDeleteFile pfuFS::pfuUnlink", DeleteFile},
+    {"delete", "pfuFS::pfuDeleteFile pfuFS::pfuUnlink zel_unlink", DeleteFile},
     {"questions",
      "pfStat::pfStat pfuFS::pfuStat pfuFS::pfuIsDir pfuFS::pfuIsValid* pfuFS::pfuIsExecutable "
      "pfuFS::pfuIsLink pfuFS::pfuGetFileSize pfuFS::pfuGetModTime FileInfo_Read",

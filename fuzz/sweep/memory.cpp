@@ -171,6 +171,15 @@ void BitSets() {
         Try([&] { restored = read.Restore(saved) != 0; });
         Expect(restored ? isSo(read) : !MustWork(), "and restored");
     }
+    std::string packed(1000, 'p');
+    std::stringstream block;
+    bool stored = false;
+    unsigned int count = 0;
+    Try([&] { stored = Pack(packed.data(), 1000, block) == 0 && block << set; });
+    std::stringstream again;
+    Pack(packed.data(), 1000, again);
+    Try([&] { count = Unpack(again, packed.data()); });
+    Expect((stored && count == 1000) || !MustWork(), "it is packed and unpacked");
     Try([&] { set.RemoveSegment(50, 10); });
     set.Resize(200);
     Expect(isSo(set), "it can be used");
@@ -227,12 +236,12 @@ void Blocks() {
 const Scenario scenarios[] = {
     {"arrays", "ds*Array<*>::* dsDataCollection<*>::* dsDataMap<*>::*", Arrays},
     {"iterators of arrays", "dsArrayIter<*>::*", ArrayIterators},
-    {"maps", "ds*Map<*>::* ds*MapIter<*>::*", Maps},
+    {"maps", "ds*Map<*>::* ds*MapIter<*>::* dsSortedMapEntry<*>::*", Maps},
     {"strings",
      "dsString::* dsBaseString::* dscharStr::* ToString dsMkToken dsGetNextToken Getenv operator+",
      Strings},
     {"unique strings", "dsUniqueString::* dsStringCell::*", UniqueStrings},
-    {"bit sets", "dsBitSet::* dsBitSetIter::*", BitSets},
+    {"bit sets", "dsBitSet::* dsBitSetIter::* Pack Unpack operator<<", BitSets},
     {"memory streams", "CreateStreamInMemory DeleteStreamInMemory memStream::* rwStream::*",
      MemoryStreams},
     {"blocks", "zelAlloc zelReAlloc zelFree zelOutOfMemory", Blocks},

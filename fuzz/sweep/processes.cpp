@@ -168,7 +168,8 @@ void NativeProcesses() {
 
 const Scenario scenarios[] = {
     {"run a child", "ExecProcess::*", RunChild},
-    {"poll a child", "iAssignableStream::* ptkExecProcessEvent::* zelPROCESSEvent::*", PollChild},
+    {"poll a child",
+     "iAssignableStream::* ptkExecProcessEvent::* zelPROCESSEvent::* zelHandleOfFile", PollChild},
     {"end a child", "ExecProcess::*", EndChild},
     {"talk to a child", "OpenPipeWithChildProc CreateChildProcessWithPipes oAssignableStream::*",
      TalkToChild},

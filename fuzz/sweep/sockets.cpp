@@ -248,7 +248,10 @@ const Scenario scenarios[] = {
     {"events", "zelSocketEvent::* zelSelectEvent::* zelBaseEvent::*", Events},
     {"messages", "Read Write", Messages},
     {"blocks", "Read Write ReadFromSocket WriteToSocket", Blocks},
-    {"standard streams", "ioSockStream::* ?SockSBuf::* IOSockSBuf::*", StandardStreams},
+    {"standard streams",
+     "ioSockStream::* ?SockSBuf::* IOSockSBuf::* zel?StreamBuf::* zelIOStreamBuf::* "
+     "zelStreamBuffer*::*",
+     StandardStreams},
 };
 
 } // namespace

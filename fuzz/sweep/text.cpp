@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include <cerrno>
 #include <cstring>
 #include <memory>
 #include <sstream>
@@ -8,10 +9,16 @@
 #include <cmdargxp.h>
 #include <dsstring.h>
 #include <mbconv.h>
+#include <pmtask.h>
 #include <zelprof.h>
 
 #include "outside/quillmarsh/abort.h"
+#include "outside/quillmarsh/console.h"
+#include "outside/varnholt/errors.h"
 #include "outside/varnholt/text.h"
+#include "outside/win32/files.h"
+#include "outside/win32/handles.h"
+#include "outside/win32/threads.h"
 #include "sweep.h"
 
 namespace {
@@ -72,6 +79,11 @@ void Arguments() {
     } else {
         Expect(argc == 4 && !MustWork(), "the list is as it was");
     }
+    argv = words + 1;
+    file[0] = '?'; // not there
+    argc = 2;
+    Try([&] { ExpandCommandArguments(argc, argv, false); });
+    Expect(argc == 2 && argv == words + 1, "the list is as it was");
     zelSetAbortHandler(former);
 }
 
@@ -84,6 +96,7 @@ void BinaryStreams() {
             bdtOStream out(&buffer, portable);
             out << 'c' << 1 << 2.5 << "a text" << L"wide";
             out.Write(block.data(), static_cast<int>(block.size()));
+            out << flush;
             written = out.good();
         });
         Expect(written || !MustWork(), "it is written");
@@ -125,11 +138,37 @@ void Match() {
     Expect(matches && value != nullptr, "it is set");
 }
 
+/// What works on the caller's memory: nothing can fail in there.
+void Plain() {
+    Try([] {
+        char text[32] = "";
+        Strcat(Strcpy(text, "one"), "two");
+        Expect(Strlen(text) == 6 && Strbytes(text) == 7, "as long as it is");
+        Expect(Strchr(text, 't') == text + 3 && Strstr(text, "two") == text + 3, "it is found");
+        wchar_t wide[32];
+        Expect(Strtoxstr(wide, text, 31) == 6 && mbxWideToNeut(text, wide) == 6, "and converted");
+        Expect(mbxNeutToWide(text, wide) == 6, "and back");
+        Expect(errName(errOK) != nullptr && zel_getenv("PATH") != nullptr, "it is known");
+        errno = EIO;
+        Expect(errMapError() == errIO && GetLastError() == EIO, "the last error");
+        Expect(GetCurrentProcessId() != 0 && GetCurrentThreadId() != 0 &&
+                   GetCurrentThread() == GetTaskSelfHandle(),
+               "the caller");
+    });
+    Expect(!Hit(), "nothing is asked of the system");
+    Try([] { zel_printf("%s", "text"); });
+}
+
 const Scenario scenarios[] = {
+    {"plain functions",
+     "Strcat Strcpy Strlen Strbytes Strchr Strstr Strtoxstr mbxWideToNeut mbxNeutToWide errName "
+     "errMapError zel_getenv GetLastError GetCurrent* GetTaskSelfHandle zel_printf",
+     Plain},
     {"neutral text", "mb?N*To* Strnew__ XStrnew zel_mb* zel_wc*", Neutral},
     {"quoting", "NativeStringToCStyle CStyleStringToNative", Quoting},
-    {"argument files", "ExpandCommandArguments FreeCommandArguments", Arguments},
-    {"binary streams", "bdt*Stream::* bdtBase::*", BinaryStreams},
+    {"argument files", "ExpandCommandArguments FreeCommandArguments zelAbort zelSetAbortHandler",
+     Arguments},
+    {"binary streams", "bdt*Stream::* bdtBase::* flush", BinaryStreams},
     {"profiling", "ProfileEntry::* ProfilePoint::* zelTimeval::*", Profile},
     {"matching", "Strmatch Getenv", Match},
 };

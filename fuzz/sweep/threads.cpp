@@ -61,6 +61,7 @@ void RunTask() {
 
 void KillTask() {
     Task<pmThread> task;
+    Try([] { Expect(zelTerminateSignal() > 0, "there is a signal"); });
     if (!task.Start())
         return;
     const bool gone = Try(false, [&] { return task.Kill(); });
@@ -234,7 +235,7 @@ void Service() {
 
 const Scenario scenarios[] = {
     {"run a task", "pmThread::* pmTask::* pmExitStatus::*", RunTask},
-    {"kill a task", "pmThread::Kill pmThread::EndThread", KillTask},
+    {"kill a task", "pmThread::Kill pmThread::EndThread zelTerminateSignal", KillTask},
     {"a strict task", "pmStrictTask::* ptkStrictTaskEvent::* zelMOEvent::*", StrictTask},
     {"a managed task", "pmManageTask::* pmInfoBridge::*", ManagedTask},
     {"an asynchronous call", "call_async_func ptkAsyncCallEvent::*", AsyncCall},
