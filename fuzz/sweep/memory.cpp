@@ -71,8 +71,8 @@ void ArrayIterators() {
     Try([&] {
         const std::unique_ptr<dsBaseIter<char>> iter(array.GetIter());
         const std::unique_ptr<dsBaseIter<char>> other(iter->Reproduce());
-        for (; !iter->Finished(); iter->MoveToNext())
-            ++count;
+        for (iter->SetAtFirst(); !iter->Finished(); iter->MoveToNext())
+            count += iter->Current() == "abc"[count] ? 1 : 0;
     });
     Expect(count == 3 || !MustWork(), "it goes over all");
 }
@@ -95,6 +95,30 @@ void Maps() {
     }
 }
 
+struct Names : dsScalarMap<pmManageTask*, void*> {
+    using dsScalarMap<pmManageTask*, void*>::IsConsistent;
+};
+
+void MapIterators() {
+    Names map;
+    char keys[2];
+    pmManageTask* const value = reinterpret_cast<pmManageTask*>(keys);
+    map.Add(&keys[0], value), map.Add(&keys[1], nullptr);
+    int count = 0;
+    Try([&] {
+        const std::unique_ptr<dsBaseIter<pmManageTask*>> iter(map.GetIter());
+        const std::unique_ptr<dsBaseIter<pmManageTask*>> other(iter->Reproduce());
+        for (iter->SetAtFirst(); !iter->Finished(); iter->MoveToNext())
+            count += iter->Current() == other->Current() || count == 1 ? 1 : 0;
+        pmManageTask* found = nullptr;
+        Expect(map.Find(&keys[0], found) && found == value && map[&keys[0]] == value, "found");
+    });
+    Expect(count == 2 || !MustWork(), "it goes over all");
+    Expect(map.IsConsistent(), "the map is in order");
+    Try([&] { map.Clear(); });
+    Expect(map.GetSize() == 0 && map.IsEmpty(), "it is empty");
+}
+
 void Strings() {
     using Change = void (*)(dsString&);
     const Change changes[] = {
@@ -105,6 +129,7 @@ void Strings() {
         [](dsString& s) { s.ReplaceSubStr("a", "something long", 10); },
         [](dsString& s) { s = dsString("one") + "two"; },
         [](dsString& s) { s = dsString("one", "two"); },
+        [](dsString& s) { s = dsString(dsString(nullptr), "wide"); },
         [](dsString& s) { s = dsString(L"wide"); },
         [](dsString& s) { s = dsString("cut off", 3u); },
         [](dsString& s) {
@@ -185,7 +210,25 @@ void BitSets() {
     Expect(isSo(set), "it can be used");
     Try([&] {
         const std::unique_ptr<dsBaseIter<int>> iter(set.GetIter());
-        Expect(!iter->Finished(), "there is one");
+        const std::unique_ptr<dsBaseIter<int>> other(iter->Reproduce());
+        iter->SetAtFirst();
+        Expect(!iter->Finished() && iter->Current() != 0, "there is one");
+        for (; !iter->Finished(); iter->MoveToNext())
+            continue;
+    });
+    Try([&] {
+        dsBitSet all(100), one(100);
+        one.SetOff(300);
+        all.Fill(0, 0);
+        all.Reverse();
+        if (one.SetOn(50)) {
+            all = one;
+            Expect(((all &= one) & (all |= one) & (all ^= one) & (all -= one) & (all %= one)) <= 1,
+                   "results");
+            Expect(one.First() == one.Last() && one.Next(5) == 50 && one.Previous(60) == 50 &&
+                       one.GetIndex(60) == 1 && one.ByIndex(0) == 50 && !one.IsEmpty(),
+                   "one bit is found from all sides");
+        }
     });
 }
 
@@ -202,6 +245,10 @@ void MemoryStreams() {
     Expect(status == errOK || !MustWork(), "it is written");
     const bool first = status == errOK;
     status = errNone;
+    dsXArray<char> array(nullptr);
+    array.Append(10, bytes.data());
+    std::fpos<int> place;
+    Try([&] { stream->Write(array), stream->GetPos(place); });
     Try([&] { status = stream->Write(bytes.data(), 50000); });
     Expect(status == errOK || !MustWork(), "it is written");
     stream->OpenRead(nullptr);
@@ -237,6 +284,7 @@ const Scenario scenarios[] = {
     {"arrays", "ds*Array<*>::* dsDataCollection<*>::* dsDataMap<*>::*", Arrays},
     {"iterators of arrays", "dsArrayIter<*>::*", ArrayIterators},
     {"maps", "ds*Map<*>::* ds*MapIter<*>::* dsSortedMapEntry<*>::*", Maps},
+    {"iterators of maps", "ds*Map<*>::* ds*MapIter<*>::*", MapIterators},
     {"strings",
      "dsString::* dsBaseString::* dscharStr::* ToString dsMkToken dsGetNextToken Getenv operator+",
      Strings},

@@ -59,6 +59,7 @@ void PollChild() {
     if (end != nullptr)
         Try([&] { fired = end->Wait(2000); });
     Expect(fired || !MustWork(), "it fires");
+    Expect(end == nullptr || ptkExecProcessEvent::cast(end.get()) != nullptr, "of its kind");
     bool alive = true;
     Try([&] { alive = process->IsAppAlive(); });
     Expect(!fired || !alive || !MustWork(), "it has ended");
@@ -67,6 +68,28 @@ void PollChild() {
     process->WaitForProcess();
     Expect(!process->IsAppAlive(), "it has ended");
     Try([&] { end.reset(); });
+}
+
+void ChildOnFiles() {
+    const Folder folder;
+    folder.Put("in", "hello");
+    {
+        std::ifstream in("in");
+        std::ofstream out("out");
+        std::fstream err("err", std::ios::out);
+        const Process process = Prepare("cat", 7);
+        if (process == nullptr)
+            return;
+        Try([&] {
+            process->AssignCin(iAssignableStream(in));
+            process->AssignCout(oAssignableStream(out));
+            process->AssignCerr(oAssignableStream(err));
+        });
+        if (!Try(false, [&] { return process->Start(); }))
+            return Expect(!MustWork(), "it starts");
+        Expect(process->WaitForProcess() == 0, "it succeeds");
+    }
+    Expect(folder.Get("out") == "hello", "it works on files");
 }
 
 void EndChild() {
@@ -170,6 +193,7 @@ const Scenario scenarios[] = {
     {"run a child", "ExecProcess::*", RunChild},
     {"poll a child",
      "iAssignableStream::* ptkExecProcessEvent::* zelPROCESSEvent::* zelHandleOfFile", PollChild},
+    {"a child on files", "?AssignableStream::* ExecProcess::Assign*", ChildOnFiles},
     {"end a child", "ExecProcess::*", EndChild},
     {"talk to a child", "OpenPipeWithChildProc CreateChildProcessWithPipes oAssignableStream::*",
      TalkToChild},

@@ -26,7 +26,7 @@ struct Server : Style {
         stream.reset(given);
         return true;
     }
-    bool DoIdle() override { return ++idle == 3; }
+    bool DoIdle() override { return ++idle == 3 || Style::DoIdle(); }
     Stream stream;
     int executed = 0, idle = 0;
 };
@@ -139,6 +139,7 @@ void SameMachine() {
     Pair pair;
     if (pair.client == nullptr || pair.accepted == nullptr)
         return;
+    psockStream::Initialize(), psockStream::Shutdown();
     bool same = false;
     Try([&] { same = pair.client->IsOnTheSameMachine(); });
     Expect(same || !MustWork(), "it is");
@@ -155,6 +156,8 @@ void Events() {
     Expect(event != nullptr || MemoryFails(), "an event");
     if (event == nullptr)
         return;
+    Expect(zelSocketEvent::cast(event.get())->GetSockStream() == pair.accepted.get(),
+           "of this one");
     bool fired = true;
     Try([&] { fired = event->Wait(1); });
     Expect(!fired || !MustWork(), "nothing yet");
@@ -229,14 +232,30 @@ void StandardStreams() {
     bool whole = false;
     Try([&] {
         ISockSBuf buffer(*pair.accepted);
+        buffer.SetBufferSize(1000);
+        Expect(buffer.in_avail() >= -1 && buffer.sputc('x') == EOF, "it only reads");
         std::istream stream(&buffer);
         whole = std::getline(stream, line) && !stream.eof();
     });
     Expect(whole ? line == text : !MustWork(), "it is read");
     Try([&] {
         OSockSBuf buffer(*pair.accepted);
+        buffer.SetBufferSize(1000);
         std::ostream(&buffer) << "abc";
+        Expect(buffer.in_avail() <= 0 && buffer.sgetc() == EOF, "it only writes");
     });
+    Pair other;
+    if (other.client == nullptr || other.accepted == nullptr)
+        return;
+    other.client->Write("abc", 3, false);
+    bool got = false;
+    Try([&] {
+        IOSockSBuf buffer(*other.accepted);
+        buffer.SetBufferSize(1000);
+        Expect(buffer.in_avail() <= 3, "no more than there is");
+        got = buffer.sgetc() == 'a';
+    });
+    Expect(got || !MustWork(), "and one for both");
 }
 
 const Scenario scenarios[] = {

@@ -14,6 +14,7 @@
 
 #include "outside/quillmarsh/abort.h"
 #include "outside/quillmarsh/console.h"
+#include "outside/quillmarsh/multibyte.h"
 #include "outside/varnholt/errors.h"
 #include "outside/varnholt/text.h"
 #include "outside/win32/files.h"
@@ -96,7 +97,8 @@ void BinaryStreams() {
             bdtOStream out(&buffer, portable);
             out << 'c' << 1 << 2.5 << "a text" << L"wide";
             out.Write(block.data(), static_cast<int>(block.size()));
-            out << flush;
+            out << short{1} << 2L << 3u << 4ul << 5.5f;
+            out << static_cast<unsigned char>(6) << static_cast<unsigned short>(7) << flush;
             written = out.good();
         });
         Expect(written || !MustWork(), "it is written");
@@ -109,7 +111,15 @@ void BinaryStreams() {
             bdtIStream in(&buffer, portable);
             in >> c >> number >> real >> text >> wide;
             in.Read(data, length);
-            read = in.good();
+            short a = 0;
+            long b = 0;
+            unsigned int d = 0;
+            unsigned long e = 0;
+            float f = 0;
+            unsigned char g = 0;
+            unsigned short h = 0;
+            in >> a >> b >> d >> e >> f >> g >> h;
+            read = in.good() && a + b + static_cast<long>(d + e) + g + h == 1 + 2 + 3 + 4 + 6 + 7;
         });
         Expect(!written || !done ||
                    (read && std::string(text) == "a text" && real == 2.5 && length == 100000 &&
@@ -119,6 +129,23 @@ void BinaryStreams() {
                    text.IsEmpty(),
                "whole, as before, or empty");
         delete[] data;
+        Try([&] {
+            bdtIOStream both(&buffer, true), none;
+            char word[8] = "1234567";
+            Expect(both.sputn(word, 8) == 8 || Hit(), "bytes go");
+            Expect(both.sgetn(word, 8) == 8 || Hit(), "and come");
+            none.rdbuf(&buffer);
+            bdtBase::Swap4(word), bdtBase::Swap8(word), both.Swap4(word), both.Swap8(word);
+            for (const unsigned int bytes :
+                 {bdtBase::Length('c', 1), bdtBase::Length(short{1}, 1), bdtBase::Length(1, 1),
+                  bdtBase::Length(1u, 1), bdtBase::Length(1.0, 1), bdtBase::Length(1.0f, 1),
+                  bdtBase::Length(static_cast<unsigned char>(1), 1),
+                  bdtBase::Length(static_cast<unsigned short>(1), 1)})
+                Expect(bytes >= 1 && bytes <= 8, "the length of a number");
+            Expect(bdtBase::Length("text", 1) > 4 && bdtBase::Length(L"text", 1) > 4 &&
+                       bdtBase::Length(L'c', 1, 1) > 0,
+                   "and of texts");
+        });
     }
 }
 
@@ -126,6 +153,9 @@ void Profile() {
     Try([&] {
         ProfileEntry entry("sweep");
         const ProfilePoint point(&entry);
+        zelTimeval now(0, 0);
+        now.GetTimeOfDay();
+        now.Normalize();
     });
 }
 
@@ -148,6 +178,9 @@ void Plain() {
         wchar_t wide[32];
         Expect(Strtoxstr(wide, text, 31) == 6 && mbxWideToNeut(text, wide) == 6, "and converted");
         Expect(mbxNeutToWide(text, wide) == 6, "and back");
+        Expect(zel_mblen(text, 1) == 1 && zel_mbstowcs(wide, text, 31) == 6 &&
+                   zel_mbtowc(wide, text, 1) == 1 && zel_wctomb(text, L'o') == 1,
+               "by the locale as well");
         Expect(errName(errOK) != nullptr && zel_getenv("PATH") != nullptr, "it is known");
         errno = EIO;
         Expect(errMapError() == errIO && GetLastError() == EIO, "the last error");
@@ -162,9 +195,10 @@ void Plain() {
 const Scenario scenarios[] = {
     {"plain functions",
      "Strcat Strcpy Strlen Strbytes Strchr Strstr Strtoxstr mbxWideToNeut mbxNeutToWide errName "
+     "zel_mb* zel_wc* "
      "errMapError zel_getenv GetLastError GetCurrent* GetTaskSelfHandle zel_printf",
      Plain},
-    {"neutral text", "mb?N*To* Strnew__ XStrnew zel_mb* zel_wc*", Neutral},
+    {"neutral text", "mb?N*To* Strnew__ XStrnew", Neutral},
     {"quoting", "NativeStringToCStyle CStyleStringToNative", Quoting},
     {"argument files", "ExpandCommandArguments FreeCommandArguments zelAbort zelSetAbortHandler",
      Arguments},

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include <atomic>
+#include <csignal>
 #include <memory>
 
 #include <asynccall.h>
@@ -47,6 +48,7 @@ void RunTask() {
     Task<pmThread> task;
     const bool started = Try(false, [&] { return task.Start(); });
     Expect(started || !MustWork(), "it starts");
+    Try([&] { task.OnFailedStart(), task.OnSuccessfullStart(), task.Unlocked(true); });
     if (!started) {
         Expect(task.GetExitStatus().GetExitCode() == errThreadStart || MemoryFails(), "says why");
         Expect(task.Start(), "the next start succeeds");
@@ -86,6 +88,8 @@ void StrictTask() {
     Expect(!fired || event == nullptr || !MustWork(), "it runs");
     task.gate.Increment();
     if (event != nullptr) {
+        Expect(ptkStrictTaskEvent::cast(event.get()) != nullptr, "of its kind");
+        Expect(event->GetProcess() == task.GetHandle(), "of this task");
         fired = false;
         Try([&] { fired = event->Wait(event->GetDescriptor() != -1 ? 20000 : 0); });
         Expect(fired || !MustWork(), "it fires");
@@ -118,6 +122,15 @@ void ManagedTask() {
             Expect(pmManageTask::Fetch(handle) == nullptr, "it is filed no more");
     }
     Try([&] { task.reset(); });
+    Try([] {
+        pmInfoBridge bridge(false, false);
+        char data[] = "data";
+        Expect(bridge.Initialize(badThreadHandle) && bridge.Send(data, 4) &&
+                   bridge.Receive(data, 4) && bridge.TurnOn(),
+               "nothing travels");
+        pmStrictTask::SetNoFork();
+        Expect(pmStrictTask::IsNoForkSet(), "the mark stays");
+    });
 }
 
 void AsyncCall() {
@@ -227,6 +240,10 @@ void Service() {
     if (service == nullptr)
         return;
     Try([&] { Expect(!service->IsStopSignaled(), "not yet"); });
+    const bool taken = Try(false, [&] { return service->StopOnSignal(SIGUSR1); });
+    Expect(taken || !MustWork(), "a signal is taken");
+    if (taken)
+        raise(SIGUSR1);
     Try([&] { service->RequestStop(); });
     Try([&] { service->DoPause(); });
     Expect(service->IsStopSignaled(), "it is to stop");
