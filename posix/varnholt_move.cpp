@@ -3,6 +3,7 @@
 // Giving a file another name, also on another file system.
 #include "outside/varnholt/files.h"
 
+#include <algorithm>
 #include <climits>
 #include <cstring>
 #include <memory>
@@ -40,7 +41,9 @@ class Nursery {
 public:
     explicit Nursery(const std::string& target)
         : folder(target.substr(0, target.rfind('/') + 1) + ".moving-XXXXXX"),
-          made(sys::mkdtemp(folder.data()) != nullptr), child(folder + "/file") {}
+          child(folder + "/file"), made(sys::mkdtemp(folder.data()) != nullptr) {
+        std::copy(folder.begin(), folder.end(), child.begin()); // now with its own letters
+    }
     Nursery(const Nursery&) = delete;
     Nursery& operator=(const Nursery&) = delete;
     ~Nursery() {
@@ -55,8 +58,8 @@ public:
 
 private:
     std::string folder;
+    std::string child; // memory for it comes before there is anything to remove
     bool made;
-    std::string child;
 };
 
 bool CopyBytes(int from, int to) {
