@@ -82,7 +82,9 @@ void RenameToOtherFileSystem() {
     if (mkdtemp(place.data()) == nullptr)
         return Expect(false, "there is another file system");
     RenameTo(place + "/to");
-    Expect(std::filesystem::remove_all(place) == 1, "no half of a file is left");
+    const auto left = std::filesystem::remove_all(place) - 1;
+    Expect(left == 0 || (left == 1 && HitIn("rmdir")) || (left == 2 && HitIn("unlink")),
+           "no half of a file is left where it can be helped");
 }
 
 void DeleteFile() {
