@@ -5,6 +5,7 @@
 #define PLINTH_TESTS_TASKS_H
 
 #include <fstream>
+#include <cstdint>
 #include <functional>
 #include <optional>
 
@@ -59,7 +60,7 @@ template <typename Call>
 void WithHopelessStacks(Call call) {
     pthread_attr_t former, hopeless;
     pthread_attr_init(&hopeless);
-    pthread_attr_setstacksize(&hopeless, std::size_t{1} << (sizeof(void*) == 8 ? 46 : 30));
+    pthread_attr_setstacksize(&hopeless, SIZE_MAX / 4 * 3);
     pthread_getattr_default_np(&former);
     pthread_setattr_default_np(&hopeless);
     call();

@@ -221,7 +221,8 @@ TEST_P(Kills, AndEndsAndForgottenHandlesLeaveNothingBehind) {
     round(200);
     ASSERT_TRUE(Eventually([=] { return Threads() == threads; }));
     const long descriptors = support::OpenDescriptors();
-    const long mapped = mappings(), kept = resident();
+    const auto mapped = mappings();
+    const auto kept = resident();
     round(10000);
     EXPECT_TRUE(Eventually([=] { return Threads() == threads; }));
     EXPECT_TRUE(Eventually([=] { return support::OpenDescriptors() <= descriptors; }));
