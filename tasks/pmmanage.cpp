@@ -49,6 +49,11 @@ void pmManageTask::Unfile() {
 }
 
 bool pmManageTask::Start() {
+    // Once the thread runs nothing may fail, so the room to file it comes first: an entry under a
+    // word that is odd, as no handle of a thread is.
+    void* const place = reinterpret_cast<char*>(this) + 1;
+    TaskMap().Add(place, this);
+    TaskMap().Remove(place);
     GetExitStatus().setAlive();
     const bool started = pmThread::Start();
     Unfile(); // of an earlier start, or it would stay behind when the task goes
