@@ -9,7 +9,6 @@
 
 #include <filesystem>
 #include <new>
-#include <source_location>
 #include <span>
 #include <string>
 
@@ -32,8 +31,7 @@ struct Family {
 extern const Family files, locks, memory, pipes, processes, sockets, text, threads;
 
 /// What is to hold, whatever has failed.
-void Expect(bool holds, const char* what,
-            std::source_location place = std::source_location::current());
+void Expect(bool holds, const char* what, int line = __builtin_LINE());
 
 /// Whether this run has met its fault by now.
 bool Hit();
@@ -58,22 +56,21 @@ public:
 /// Makes the call where the fault can strike. False if memory ran out, which it may say only where
 /// that was the fault.
 template <typename Call>
-bool Try(Call call, std::source_location place = std::source_location::current()) {
+bool Try(Call call, int line = __builtin_LINE()) {
     try {
         const Armed armed;
         call();
         return true;
     } catch (const std::bad_alloc&) {
-        Expect(MemoryFails() && Hit(), "memory runs out only where it does", place);
+        Expect(MemoryFails() && Hit(), "memory runs out only where it does", line);
         return false;
     }
 }
 
 /// The same for what gives a result.
 template <typename Result, typename Call>
-Result Try(Result otherwise, Call call,
-           std::source_location place = std::source_location::current()) {
-    Try([&] { otherwise = call(); }, place);
+Result Try(Result otherwise, Call call, int line = __builtin_LINE()) {
+    Try([&] { otherwise = call(); }, line);
     return otherwise;
 }
 
