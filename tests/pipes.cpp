@@ -34,7 +34,9 @@ struct Pipe {
     /// Bytes in the pipe, -1 at its end.
     long Waiting() const {
         unsigned int count = 0;
-        return PeekNamedPipe(in.fd(), nullptr, 0, nullptr, &count, nullptr) ? static_cast<long>(count) : -1;
+        return PeekNamedPipe(in.fd(), nullptr, 0, nullptr, &count, nullptr)
+                   ? static_cast<long>(count)
+                   : -1;
     }
     zelOutputPipe out;
     zelInputPipe in;

@@ -4,8 +4,8 @@
 #ifndef PLINTH_TESTS_TASKS_H
 #define PLINTH_TESTS_TASKS_H
 
-#include <fstream>
 #include <cstdint>
+#include <fstream>
 #include <functional>
 #include <optional>
 
