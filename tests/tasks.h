@@ -17,6 +17,14 @@
 
 namespace tasks {
 
+// The thread sanitizer holds signals back until the next call, and a handler that is interrupted
+// there may leave its thread with all of them blocked.
+#if defined(__SANITIZE_THREAD__)
+constexpr bool signalsInterruptLoops = false;
+#else
+constexpr bool signalsInterruptLoops = true;
+#endif
+
 class Task : public pmThread {
 public:
     explicit Task(std::function<unsigned int()> body) : run(std::move(body)) {}
