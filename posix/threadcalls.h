@@ -48,7 +48,8 @@ inline int pthread_create(pthread_t* thread, const pthread_attr_t* attributes,
         ::syscall(SYS_exit, 0);
 }
 inline int pthread_sigqueue(pthread_t thread, int number, sigval value) {
-    return numbered(__func__, [=] { return ::pthread_sigqueue(thread, number, value); });
+    // By reference: a copy of the union would be stored and read again, though nobody looks at it.
+    return numbered(__func__, [&] { return ::pthread_sigqueue(thread, number, value); });
 }
 inline int sched_yield() {
     return ::sched_yield();
