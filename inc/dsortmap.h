@@ -211,12 +211,17 @@ bool dsBaseSortedMap<A, T, K>::Add(K key, const T& value) {
     if (FindIndex(key, index))
         return false;
     const dsSortedMapEntry<T, K> entry(CopyKey(key), value, *this);
-    try {
-        entries.Insert(index, 1, &entry);
-    } catch (...) {
-        FreeKey(entry.key);
-        throw;
-    }
+    // Gives the key back if the array cannot grow. Not by a catch: callers may compile without it.
+    struct Copied {
+        const dsBaseSortedMap* map;
+        K key;
+        ~Copied() {
+            if (map != nullptr)
+                map->FreeKey(key);
+        }
+    } copied{this, entry.key};
+    entries.Insert(index, 1, &entry);
+    copied.map = nullptr;
     return true;
 }
 
