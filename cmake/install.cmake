@@ -1,4 +1,6 @@
-# cmake --install: headers, library, package files for CMake and pkg-config.
+# cmake --install: headers, library, package files for CMake and pkg-config, documents. Each belongs
+# to a component: `runtime` is what a program needs to run, `development` what its developer needs
+# besides, `documentation` what there is to read. cmake/package.cmake makes a package of each.
 include(CMakePackageConfigHelpers)
 
 # The public headers are inc/*.h and those of outside/ that they include, directly or through
@@ -21,24 +23,40 @@ while(unread)
 endwhile()
 
 set(include_folder ${CMAKE_INSTALL_INCLUDEDIR}/plinth)
-install(FILES ${public_headers} DESTINATION ${include_folder})
+install(FILES ${public_headers} DESTINATION ${include_folder} COMPONENT development)
 foreach(name IN LISTS ground_headers)
   get_filename_component(folder ${name} DIRECTORY)
-  install(FILES ${PROJECT_SOURCE_DIR}/${name} DESTINATION ${include_folder}/${folder})
+  install(FILES ${PROJECT_SOURCE_DIR}/${name} DESTINATION ${include_folder}/${folder}
+    COMPONENT development)
 endforeach()
 
-install(TARGETS plinth EXPORT plinthTargets)
+set(libraries plinth)
+if(TARGET plinth_static)
+  list(APPEND libraries plinth_static)
+endif()
+install(TARGETS ${libraries} EXPORT plinthTargets
+  LIBRARY COMPONENT runtime NAMELINK_COMPONENT development
+  ARCHIVE COMPONENT development)
 
 set(package_folder ${CMAKE_INSTALL_LIBDIR}/cmake/plinth)
-install(EXPORT plinthTargets NAMESPACE plinth:: DESTINATION ${package_folder})
+install(EXPORT plinthTargets NAMESPACE plinth:: DESTINATION ${package_folder}
+  COMPONENT development)
 configure_package_config_file(${CMAKE_CURRENT_LIST_DIR}/plinthConfig.cmake.in
   ${PROJECT_BINARY_DIR}/plinthConfig.cmake INSTALL_DESTINATION ${package_folder})
 write_basic_package_version_file(${PROJECT_BINARY_DIR}/plinthConfigVersion.cmake
-  COMPATIBILITY SameMajorVersion)
+  COMPATIBILITY ${plinth_compatibility})
 install(FILES ${PROJECT_BINARY_DIR}/plinthConfig.cmake ${PROJECT_BINARY_DIR}/plinthConfigVersion.cmake
-  DESTINATION ${package_folder})
+  DESTINATION ${package_folder} COMPONENT development)
 
 set(pc_folder ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 file(RELATIVE_PATH pc_to_prefix /${pc_folder} /)
 configure_file(${CMAKE_CURRENT_LIST_DIR}/plinth.pc.in ${PROJECT_BINARY_DIR}/plinth.pc @ONLY)
-install(FILES ${PROJECT_BINARY_DIR}/plinth.pc DESTINATION ${pc_folder})
+install(FILES ${PROJECT_BINARY_DIR}/plinth.pc DESTINATION ${pc_folder} COMPONENT development)
+
+# The reference in HTML is made apart from this build, and installed if it has been made.
+install(FILES README.md CHANGELOG.md CONTRIBUTING.md SECURITY.md THIRD-PARTY-NOTICES.md LICENSE
+  DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT documentation)
+install(DIRECTORY docs DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT documentation
+  FILES_MATCHING PATTERN "*.md")
+install(DIRECTORY ${PROJECT_BINARY_DIR}/html DESTINATION ${CMAKE_INSTALL_DOCDIR}
+  COMPONENT documentation OPTIONAL)

@@ -16,6 +16,8 @@ probe_of() {
     libclang-rt-14-dev) echo '/usr/lib/llvm-*/lib/clang/*/lib/linux/libclang_rt.fuzzer-*.a' ;;
     libgtest-dev) echo '/usr/*include/gtest/gtest.h /usr/local/include/gtest/gtest.h' ;;
     libbenchmark-dev) echo '/usr/include/benchmark/benchmark.h /usr/local/include/benchmark/benchmark.h' ;;
+    dpkg-dev) echo dpkg-buildflags ;;
+    abigail-tools) echo abidw ;;
     locales) echo /usr/share/i18n/locales/en_US ;;
     *) echo "$1" ;;
     esac

@@ -1,0 +1,102 @@
+# cpack: a Debian package of each component. scripts/package sets up the build that they come from:
+# prefix /usr, both forms of the library, the flags that Debian builds its own packages with.
+set(PLINTH_MAINTAINER "The Plinth authors <plinth@localhost>" CACHE STRING
+  "Who answers for the packages that cpack makes: name and address")
+
+# What runs is named after the soname, so that two of them can be installed side by side.
+set(runtime_name libplinth${plinth_soversion})
+set(development_name libplinth-dev)
+set(documentation_name libplinth-doc)
+set(tools_name plinth-tools)
+set(release 1)
+
+set(components runtime development documentation)
+if(EXISTS ${PROJECT_SOURCE_DIR}/tools/CMakeLists.txt)
+  list(APPEND components tools)
+endif()
+
+# What each package has to hold of its own: the licence and two change logs. The one that runs also
+# makes the loader look at its library, by the trigger that is there for it.
+set(papers ${PROJECT_BINARY_DIR}/papers)
+string(TIMESTAMP day "%a, %d %b %Y %H:%M:%S +0000" UTC)
+file(WRITE ${papers}/changelog.Debian "plinth (${PROJECT_VERSION}-${release}) unstable; urgency=medium
+
+  * Version ${PROJECT_VERSION}. CHANGELOG.md tells what is in it.
+
+ -- ${PLINTH_MAINTAINER}  ${day}
+")
+file(STRINGS LICENSE licence)
+list(JOIN licence "\n " licence)
+string(REPLACE " \n" " .\n" licence "${licence}")
+file(WRITE ${papers}/copyright "Format: https://www.debian.org/doc/packaging-manuals/copyright-format/1.0/
+Upstream-Name: Plinth
+
+Files: *
+Copyright: 2026 The Plinth authors
+License: Expat
+ ${licence}
+")
+file(WRITE ${papers}/triggers "activate-noawait ldconfig\n")
+file(COPY CHANGELOG.md DESTINATION ${papers})
+file(RENAME ${papers}/CHANGELOG.md ${papers}/changelog)
+execute_process(COMMAND gzip -9nf changelog changelog.Debian
+  WORKING_DIRECTORY ${papers} COMMAND_ERROR_IS_FATAL ANY)
+set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/CHANGELOG.md)
+foreach(component IN LISTS components)
+  set(folder ${CMAKE_INSTALL_DATAROOTDIR}/doc/${${component}_name})
+  install(FILES ${papers}/changelog.gz ${papers}/changelog.Debian.gz ${papers}/copyright
+    DESTINATION ${folder} COMPONENT ${component})
+  string(TOUPPER ${component} key)
+  set(CPACK_DEBIAN_${key}_PACKAGE_NAME ${${component}_name})
+endforeach()
+
+set(CPACK_GENERATOR DEB)
+set(CPACK_VERBATIM_VARIABLES ON)
+set(CPACK_PACKAGE_CONTACT ${PLINTH_MAINTAINER})
+set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "") # each package has its own
+set(CPACK_COMPONENTS_ALL ${components})
+set(CPACK_STRIP_FILES ON)
+set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS
+  OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
+set(CPACK_DEB_COMPONENT_INSTALL ON)
+set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+set(CPACK_DEBIAN_PACKAGE_SOURCE ${PROJECT_NAME})
+set(CPACK_DEBIAN_PACKAGE_RELEASE ${release})
+set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
+set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON) # a program needs this version or a later one
+set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS_POLICY ">=")
+set(same_version "(= ${PROJECT_VERSION}-${release})")
+set(about "Containers and text, a portable binary encoding and framed messages over
+TCP, tasks (threads, child processes, asynchronous calls) with events that
+any event loop can wait for, and the file system.
+")
+
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION libs)
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_SHLIBDEPS ON)
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_CONTROL_EXTRA ${papers}/triggers)
+set(CPACK_DEBIAN_RUNTIME_DESCRIPTION "${PROJECT_DESCRIPTION}
+${about}
+This package holds the shared library, which programs need to run.")
+
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS "${runtime_name} ${same_version}")
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SUGGESTS ${documentation_name})
+set(CPACK_DEBIAN_DEVELOPMENT_DESCRIPTION "${PROJECT_DESCRIPTION} (development)
+${about}
+This package holds the headers, the static library, and what CMake and
+pkg-config need to find it.")
+
+set(CPACK_DEBIAN_DOCUMENTATION_PACKAGE_SECTION doc)
+set(CPACK_DEBIAN_DOCUMENTATION_PACKAGE_ARCHITECTURE all)
+set(CPACK_DEBIAN_DOCUMENTATION_DESCRIPTION "${PROJECT_DESCRIPTION} (documentation)
+${about}
+This package holds the pages on byte formats, on what surprises, and on why
+things are as they are.")
+
+set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION utils)
+set(CPACK_DEBIAN_TOOLS_PACKAGE_SHLIBDEPS ON)
+set(CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS "${runtime_name} ${same_version}")
+set(CPACK_DEBIAN_TOOLS_DESCRIPTION "${PROJECT_DESCRIPTION} (tools)
+${about}
+This package holds the command line tools.")
+include(CPack)
