@@ -38,21 +38,23 @@ public:
     /// the probe found them the same. Before the first object is made there is no probe, and the
     /// bytes are reversed on any host.
     static void Swap4(char* word);
-    static void Swap8(char* word);
+    static void Swap8(char* word); ///< the same for 8 bytes
 
     /// The bytes that a value takes on the wire; `portable` is the mode. Text is measured in its
     /// native form, whatever the mode: a portable record of text that is not plain can be longer
     /// or shorter. For what has no multibyte form, and is not written, the number means nothing.
     static unsigned int Length(char value, int portable);
-    static unsigned int Length(unsigned char value, int portable);
-    static unsigned int Length(short value, int portable);
-    static unsigned int Length(unsigned short value, int portable);
-    static unsigned int Length(int value, int portable);
-    static unsigned int Length(unsigned int value, int portable);
-    static unsigned int Length(float value, int portable);
-    static unsigned int Length(double value, int portable);
-    static unsigned int Length(char const* text, int portable);
-    static unsigned int Length(wchar_t const* text, int portable);
+    static unsigned int Length(unsigned char value, int portable);  ///< 1
+    static unsigned int Length(short value, int portable);          ///< 4, raw 2
+    static unsigned int Length(unsigned short value, int portable); ///< 4, raw 2
+    static unsigned int Length(int value, int portable);            ///< 4
+    static unsigned int Length(unsigned int value, int portable);   ///< 4
+    static unsigned int Length(float value, int portable);          ///< 4
+    static unsigned int Length(double value, int portable);         ///< 8
+    static unsigned int Length(char const* text, int portable);     ///< a prefix of 4 and the text
+    static unsigned int Length(wchar_t const* text, int portable);  ///< likewise, and a NUL
+    /// A character as `multibyteChars`, if not 0, sends it: a prefix of 4 and the character; else
+    /// 4, raw 2.
     static unsigned int Length(wchar_t character, int portable, int multibyteChars);
 
 protected:
@@ -62,7 +64,7 @@ protected:
     /// Threads that make their first objects at once may all run the probe; they find the same.
     /// Whatever reads or writes the two does so atomically.
     static int byteOrderProbePending;
-    static int hostIsNetworkOrder;
+    static int hostIsNetworkOrder; ///< 1 where the probe found host order big-endian
 };
 
 /// The state, the mode and the buffer.
@@ -79,30 +81,30 @@ public:
     bdtStream(std::basic_streambuf<char>* buffer, int portable);
     ~bdtStream() override;
 
-    void setstate(int bits);
-    int rdstate() const { return state; }
-    bool good() const { return state == 0; }
-    bool eof() const { return (state & eofbit) != 0; }
-    bool fail() const { return (state & (failbit | badbit)) != 0; }
-    bool bad() const { return (state & badbit) != 0; }
-    explicit operator bool() const { return !fail(); }
+    void setstate(int bits);                                        ///< adds to the failure bits
+    int rdstate() const { return state; }                           ///< the failure bits
+    bool good() const { return state == 0; }                        ///< no bit is set
+    bool eof() const { return (state & eofbit) != 0; }              ///< eofbit is set
+    bool fail() const { return (state & (failbit | badbit)) != 0; } ///< failbit or badbit is set
+    bool bad() const { return (state & badbit) != 0; }              ///< badbit is set
+    explicit operator bool() const { return !fail(); }              ///< nothing has failed
 
-    std::basic_streambuf<char>* rdbuf() const { return buffer; }
+    std::basic_streambuf<char>* rdbuf() const { return buffer; } ///< the buffer; null for none
     /// Sets the buffer and returns the one before. The state stays as it is.
     std::basic_streambuf<char>* rdbuf(std::basic_streambuf<char>* newBuffer);
 
     /// Whether an `unsigned short` is one wide character, and travels as the character's multibyte
     /// form behind a prefix. Portable mode only; 0, which it is at first, means it does not.
     int multibyte() const { return multibyteChars; }
-    void multibyte(int newMultibyteChars) { multibyteChars = newMultibyteChars; }
+    void multibyte(int newMultibyteChars) { multibyteChars = newMultibyteChars; } ///< sets that
 
     /// Moves `count` bytes from or to the buffer and returns how many it moved; any other number
     /// than `count` sets eofbit and failbit, or badbit.
     int sgetn(char* data, int count);
-    int sputn(char* data, int count);
+    int sputn(char* data, int count); ///< writes
 
-    void Swap4(char* word);
-    void Swap8(char* word);
+    void Swap4(char* word); ///< as of bdtBase, in either mode
+    void Swap8(char* word); ///< likewise
 
 protected:
     /// Portable, without a buffer.
@@ -111,33 +113,33 @@ protected:
     /// Whether the bytes of numbers are reversed on their way.
     bool Swaps() const { return portable != 0 && HostSwaps(); }
 
-    int state;
-    int portable;
-    int multibyteChars;
-    std::basic_streambuf<char>* buffer;
+    int state;                          ///< the failure bits
+    int portable;                       ///< the mode
+    int multibyteChars;                 ///< see multibyte()
+    std::basic_streambuf<char>* buffer; ///< the caller's
 };
 
 /// Reads values. Whatever length a record claims to have, memory is taken as its bytes arrive, at
 /// most 64 KiB ahead of them. A value that was cut off leaves its target as it was.
 class ZEL_EXPORT bdtIStream : public virtual bdtStream {
 public:
-    bdtIStream(std::basic_streambuf<char>* buffer, int portable);
+    bdtIStream(std::basic_streambuf<char>* buffer, int portable); ///< see bdtStream
     ~bdtIStream() override;
 
-    bdtIStream& operator>>(char& value);
-    bdtIStream& operator>>(unsigned char& value);
+    bdtIStream& operator>>(char& value);          ///< 1 byte
+    bdtIStream& operator>>(unsigned char& value); ///< 1 byte
     /// A portable value that needs more than 16 bits leaves its low 16 and sets failbit.
     bdtIStream& operator>>(short& value);
     /// The upper 16 bits of a portable value play no part. A multibyte character that is none, or
     /// that needs more than 16 bits, sets failbit and leaves the target as it was.
     bdtIStream& operator>>(unsigned short& value);
-    bdtIStream& operator>>(int& value);
-    bdtIStream& operator>>(unsigned int& value);
+    bdtIStream& operator>>(int& value);          ///< 4 bytes
+    bdtIStream& operator>>(unsigned int& value); ///< 4 bytes
     /// 4 bytes, also where a `long` has more.
     bdtIStream& operator>>(long& value);
-    bdtIStream& operator>>(unsigned long& value);
-    bdtIStream& operator>>(float& value);
-    bdtIStream& operator>>(double& value);
+    bdtIStream& operator>>(unsigned long& value); ///< likewise
+    bdtIStream& operator>>(float& value);         ///< 4 bytes
+    bdtIStream& operator>>(double& value);        ///< 8 bytes
     /// A text record of either form, up to its first NUL. A null string empties the target. Text
     /// that is cut off or has no native form leaves the target as it was and sets failbit.
     bdtIStream& operator>>(dsString& text);
@@ -154,28 +156,28 @@ protected:
 /// Writes values.
 class ZEL_EXPORT bdtOStream : public virtual bdtStream {
 public:
-    bdtOStream(std::basic_streambuf<char>* buffer, int portable);
+    bdtOStream(std::basic_streambuf<char>* buffer, int portable); ///< see bdtStream
     ~bdtOStream() override;
 
-    bdtOStream& operator<<(char value);
-    bdtOStream& operator<<(unsigned char value);
-    bdtOStream& operator<<(short value);
+    bdtOStream& operator<<(char value);          ///< 1 byte
+    bdtOStream& operator<<(unsigned char value); ///< 1 byte
+    bdtOStream& operator<<(short value);         ///< 4 bytes, raw 2
     /// A multibyte character that the locale does not know sets failbit and writes nothing.
     bdtOStream& operator<<(unsigned short value);
-    bdtOStream& operator<<(int value);
-    bdtOStream& operator<<(unsigned int value);
+    bdtOStream& operator<<(int value);          ///< 4 bytes
+    bdtOStream& operator<<(unsigned int value); ///< 4 bytes
     /// 4 bytes: a value that does not fit writes its low 32 bits and sets failbit.
     bdtOStream& operator<<(long value);
-    bdtOStream& operator<<(unsigned long value);
-    bdtOStream& operator<<(float value);
-    bdtOStream& operator<<(double value);
+    bdtOStream& operator<<(unsigned long value); ///< likewise
+    bdtOStream& operator<<(float value);         ///< 4 bytes
+    bdtOStream& operator<<(double value);        ///< 8 bytes
     /// A text record; null is the null string. Native text that has no neutral form becomes a null
     /// string in portable mode, with no bit set.
     bdtOStream& operator<<(char const* text);
     /// A text record that carries and counts its NUL. Text that has no multibyte form sets failbit
     /// and writes nothing; text that has no neutral form is an empty record, with no bit set.
     bdtOStream& operator<<(wchar_t const* text);
-    bdtOStream& operator<<(bdtOStream& (*manipulator)(bdtOStream&));
+    bdtOStream& operator<<(bdtOStream& (*manipulator)(bdtOStream&)); ///< calls it
 
     /// Writes a byte block: its length and its bytes, untouched in either mode.
     bdtOStream& Write(char* data, int length);
@@ -187,7 +189,7 @@ protected:
 /// Both directions over one buffer, with one state and one mode.
 class ZEL_EXPORT bdtIOStream : public bdtIStream, public bdtOStream {
 public:
-    bdtIOStream(std::basic_streambuf<char>* buffer, bool portable);
+    bdtIOStream(std::basic_streambuf<char>* buffer, bool portable); ///< see bdtStream
     /// Portable, without a buffer.
     bdtIOStream();
     ~bdtIOStream() override;

@@ -22,6 +22,7 @@
 #include "dsdatcol.h"
 #include "outside/zelexport.h"
 
+/// A set of indices, and a row of bits that are on or off.
 class ZEL_EXPORT dsBitSet : public dsDataCollection<int> {
 public:
     /// What searches give when there is nothing to report.
@@ -29,7 +30,7 @@ public:
 
     /// All bits off. Where no buffer can be had, the set has size 0.
     explicit dsBitSet(unsigned long size);
-    dsBitSet(const dsBitSet& other);
+    dsBitSet(const dsBitSet& other); ///< a set of the same size
     ~dsBitSet() override;
 
     /// A new iterator, which stands at index 0 until SetAtFirst is called.
@@ -42,21 +43,23 @@ public:
     /// one that no index could follow.
     bool Resize(unsigned long size);
 
-    bool IsOn(unsigned long i) const { return Exist(i) && inf(ByteOf(i), BitOf(i)) != 0; }
+    bool IsOn(unsigned long i) const {
+        return Exist(i) && inf(ByteOf(i), BitOf(i)) != 0;
+    } ///< off for what is outside
     /// Both grow the set up to `i`; false, and no change, if that fails.
     bool SetOn(unsigned long i);
-    bool SetOff(unsigned long i);
+    bool SetOff(unsigned long i); ///< turns one bit off
 
-    void Clear();
+    void Clear(); ///< turns every bit off
     /// Turns on [from, to). A `to` of 0 means up to the end, so Fill(0, 0) turns on every bit.
     /// It never grows the set.
     void Fill(unsigned long from, unsigned long to);
-    void Reverse();
+    void Reverse(); ///< off becomes on, on becomes off
 
-    int operator=(const dsBitSet& other);
-    int operator&=(const dsBitSet& other);
-    int operator|=(const dsBitSet& other);
-    int operator^=(const dsBitSet& other);
+    int operator=(const dsBitSet& other);  ///< takes the bits of `other`
+    int operator&=(const dsBitSet& other); ///< what both hold
+    int operator|=(const dsBitSet& other); ///< what either holds
+    int operator^=(const dsBitSet& other); ///< what one of the two holds and the other does not
     /// What only this set holds.
     int operator-=(const dsBitSet& other);
     /// What only `other` holds.
@@ -68,9 +71,9 @@ public:
         const unsigned long next = i + 1;
         return next != 0 && IsOn(next) ? next : SearchNext(i);
     }
-    unsigned long Previous(unsigned long i) const;
-    unsigned long First() const;
-    unsigned long Last() const;
+    unsigned long Previous(unsigned long i) const; ///< the one below
+    unsigned long First() const;                   ///< the lowest index that is on
+    unsigned long Last() const;                    ///< the highest one
     /// How many bits below `i` are on; none for an `i` outside the set.
     unsigned long GetIndex(unsigned long i) const;
     /// The index with `k` on bits below it: the inverse of GetIndex.

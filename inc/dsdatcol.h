@@ -47,11 +47,11 @@ public:
     /// A new iterator at the same position. The caller deletes it.
     virtual dsBaseIter<T>* Reproduce() = 0;
     virtual ~dsBaseIter() = default;
-    virtual void SetAtFirst() = 0;
-    virtual bool Finished() const = 0;
+    virtual void SetAtFirst() = 0;     ///< to the first element, or to the end where there is none
+    virtual bool Finished() const = 0; ///< behind the last element
     /// Requires: the iterator is not finished; likewise for Current.
     virtual void MoveToNext() = 0;
-    virtual T& Current() const = 0;
+    virtual T& Current() const = 0; ///< the element itself
 
 protected:
     dsBaseIter(const dsBaseIter&) = default;
@@ -89,8 +89,8 @@ public:
     virtual ~dsDataCollection() = default;
     /// A new iterator at the first element. The caller deletes it.
     virtual dsBaseIter<T>* GetIter() const = 0;
-    virtual unsigned int GetSize() const = 0;
-    virtual bool IsEmpty() const { return GetSize() == 0; }
+    virtual unsigned int GetSize() const = 0;               ///< the number of elements
+    virtual bool IsEmpty() const { return GetSize() == 0; } ///< no elements
 
 protected:
     dsDataCollection() = default;
@@ -110,11 +110,11 @@ protected:
 template <typename T, typename K>
 class ZEL_EXPORT dsDataMap : public virtual dsDataCollection<T> {
 public:
-    virtual T& operator[](K key) const = 0;
-    virtual bool Contains(K key) const = 0;
-    virtual bool Add(K key, const T& value);
-    virtual bool Remove(K key);
-    virtual bool Find(K key, T& value) const;
+    virtual T& operator[](K key) const = 0;   ///< the value itself. Requires: the key is there.
+    virtual bool Contains(K key) const = 0;   ///< whether there is an entry
+    virtual bool Add(K key, const T& value);  ///< a new entry; false if the key is there
+    virtual bool Remove(K key);               ///< false if the key is not there
+    virtual bool Find(K key, T& value) const; ///< copies the value; false without the key
 };
 
 /// A map from indices to elements. Contains asks whether an index is valid.
@@ -138,12 +138,14 @@ public:
 /// also back again.
 class dsXACtrl {
 public:
-    dsXACtrl(unsigned int elements, bool follow) : shrink(follow), blockSize(elements) {}
+    dsXACtrl(unsigned int elements, bool follow)
+        : shrink(follow), blockSize(elements) {} ///< block size, and whether to shrink
 
-    bool shrink;
-    unsigned int blockSize;
+    bool shrink;            ///< gives memory back when the array gets smaller
+    unsigned int blockSize; ///< elements in a block; 0 is as many as 256 bytes hold
 };
 
+/// The growable array: elements in one block, moved as bytes.
 template <typename T>
 class ZEL_EXPORT dsXArray : public dsStraightArray<T> {
     static_assert(std::is_trivially_copyable_v<T>, "elements are moved as bytes");
@@ -179,9 +181,11 @@ public:
         this->CopyElems(gap, gap + count, old - pos);
         this->CopyElems(source, gap, count);
     }
-    void Insert(unsigned int pos, const T& element) { Insert(pos, 1, &element); }
-    void Append(unsigned int count, const T* source) { Insert(size, count, source); }
-    void operator+=(const T& element) { Insert(size, 1, &element); }
+    void Insert(unsigned int pos, const T& element) { Insert(pos, 1, &element); } ///< one element
+    void Append(unsigned int count, const T* source) {
+        Insert(size, count, source);
+    }                                                                ///< at the end
+    void operator+=(const T& element) { Insert(size, 1, &element); } ///< one at the end
     /// Takes `count` elements out; a non-null `removed` receives them.
     void RemoveAt(unsigned int pos, unsigned int count, T* removed) {
         T* const gap = data + pos;
@@ -190,7 +194,7 @@ public:
         this->CopyElems(gap + count, gap, size - (pos + count));
         Resize(size - count);
     }
-    void Clear() { Resize(0); }
+    void Clear() { Resize(0); } ///< to size 0
 
 protected:
     /// Starts empty and without a buffer, freeing nothing. A null control leaves the policy.
@@ -216,7 +220,8 @@ private:
 template <typename T>
 class ZEL_EXPORT dsArrayIter : public dsBaseIter<T> {
 public:
-    explicit dsArrayIter(const dsArray<T>& walked) : index(0), array(&walked) {}
+    explicit dsArrayIter(const dsArray<T>& walked)
+        : index(0), array(&walked) {} ///< `walked` must outlive the iterator
     dsArrayIter(const dsArrayIter&) = default;
 
     dsBaseIter<T>* Reproduce() override { return new dsArrayIter(*this); }

@@ -41,8 +41,8 @@ public:
         policy.CopyElems(&newValue, &value, 1);
     }
 
-    K key;
-    T value;
+    K key;   ///< as it was given
+    T value; ///< as the map copies values
 };
 
 /// Walks the values of a map in the order of their keys.
@@ -78,14 +78,14 @@ public:
     /// Gives no key to FreeKey and touches no value.
     ~dsBaseSortedMap() override = default;
 
-    dsBaseIter<T>* GetIter() const override;
-    unsigned int GetSize() const override { return entries.GetSize(); }
+    dsBaseIter<T>* GetIter() const override; ///< of the values; the caller deletes it
+    unsigned int GetSize() const override { return entries.GetSize(); } ///< entries
 
-    T& operator[](K key) const override;
-    bool Contains(K key) const override;
+    T& operator[](K key) const override; ///< the value; without the key, a fatal report
+    bool Contains(K key) const override; ///< whether there is an entry
     /// False if the key is there already; its value stays.
     bool Add(K key, const T& value) override;
-    bool Remove(K key) override;
+    bool Remove(K key) override; ///< false without the key
     /// Copies the value; without the key, false and `value` untouched.
     bool Find(K key, T& value) const override;
     /// Gives no key to FreeKey, and keeps the capacity.
@@ -95,7 +95,7 @@ public:
     bool FindIndex(K key, unsigned int& index) const;
     /// Requires, for both: `index` is below GetSize().
     T& GetByIndex(unsigned int index) const { return entries.GetDataPtr()[index].value; }
-    void RemoveByIndex(unsigned int index);
+    void RemoveByIndex(unsigned int index); ///< likewise; FreeKey gets the key
 
 protected:
     /// Positive, negative or 0 as the `first` key, which is sought, sorts after, before or with
@@ -104,7 +104,7 @@ protected:
     /// What a map that owns its keys overrides: the key to store in a new entry, and what is done
     /// with the key of one that goes. Called by Add and by RemoveByIndex.
     virtual K CopyKey(K key) const { return key; }
-    virtual void FreeKey(K) const {}
+    virtual void FreeKey(K) const {} ///< nothing by default
 
     /// What must hold after every operation; for tests.
     bool IsConsistent() const;
@@ -138,6 +138,7 @@ class ZEL_EXPORT dsBaseScalarMap : public dsBaseSortedMap<A, T, K> {
     static_assert(sizeof(K) <= sizeof(std::uintptr_t), "a key is one machine word");
 
 protected:
+    /// By the words of the keys.
     int Compare(K first, K second) const override {
         const std::uintptr_t a = WordOf(first), b = WordOf(second);
         return (a > b) - (a < b);

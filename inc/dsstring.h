@@ -30,10 +30,10 @@
 class ZEL_EXPORT dsBaseString {
 public:
     virtual ~dsBaseString();
-    virtual operator const char*() const = 0;
+    virtual operator const char*() const = 0; ///< the text
 
-    unsigned int GetLength() const;
-    bool IsEmpty() const;
+    unsigned int GetLength() const; ///< bytes before the NUL; 0 for a text that is null
+    bool IsEmpty() const;           ///< no byte before the NUL. Requires: the text is not null.
 
 protected:
     dsBaseString() = default;
@@ -44,11 +44,12 @@ protected:
 /// Inserts the text; nothing for one that is null.
 ZEL_EXPORT std::ostream& operator<<(std::ostream& os, const dsBaseString& s);
 
+/// A text of its own. Compare with std::strcmp; `==` compares addresses.
 class ZEL_EXPORT dsString : public dsBaseString {
 public:
     dsString();
-    dsString(const char* s);
-    dsString(std::nullptr_t);
+    dsString(const char* s);  ///< a copy of `s`; null is the empty text
+    dsString(std::nullptr_t); ///< the empty text
     /// The text of `a` with that of `b` behind it; either may be null.
     dsString(const char* a, const char* b);
     /// The first `maxLength` bytes of `s`, or all of them.
@@ -65,12 +66,13 @@ public:
 
     /// Requires: `s` is not in this string, whose buffer goes first.
     dsString& operator=(const char* s);
-    dsString& operator=(const dsString& other);
+    dsString& operator=(const dsString& other); ///< a copy
     /// Takes the characters of `stream` up to its end or its first NUL, which is taken as well.
     dsString& operator=(std::strstream& stream);
-    dsString& operator+=(const char* s);
+    dsString& operator+=(const char* s); ///< appends; null appends nothing
     /// Appends one byte; NUL, also as a literal 0, appends nothing.
     dsString& operator+=(char c);
+    /// A literal 0 is a byte here; without this it could be a null pointer as well.
     template <typename Int, typename = std::enable_if_t<std::is_same_v<Int, int>>>
     dsString& operator+=(Int c) {
         return *this += static_cast<char>(c);
@@ -109,18 +111,23 @@ public:
     dscharStr& operator=(const dscharStr&) = delete;
     ~dscharStr();
 
-    char* GetBuffer() const { return buffer; }
+    char* GetBuffer() const { return buffer; } ///< the caller may write to it, and does not own it
 
 private:
     char* buffer;
 };
 
 /// The base in which ToString writes. Any other value is decimal, too.
-enum ToStringOptions : int { ToStringDecimal = 0, ToStringOctal = 1, ToStringHex = 2 };
+enum ToStringOptions : int {
+    ToStringDecimal = 0, ///< base 10
+    ToStringOctal = 1,   ///< base 8
+    ToStringHex = 2,     ///< base 16
+};
 
 /// Writes `value` as a stream would under the global locale: no prefix, lower-case digits, and a
 /// negative number in octal or hexadecimal as its bit pattern.
 ZEL_EXPORT void ToString(int value, dsString& text, ToStringOptions options);
+/// The same for a number without sign.
 ZEL_EXPORT void ToString(unsigned int value, dsString& text, ToStringOptions options);
 
 /// Makes `s` fit for a delimited list: each `delimiter` in it is doubled. Null gives the empty
@@ -137,10 +144,10 @@ ZEL_EXPORT const char* dsGetNextToken(const char* s, dsString& token, char delim
 ZEL_EXPORT bool Getenv(const char* name, dsString& value);
 
 // The standard functions of these names, which allow no null.
-ZEL_EXPORT char* Strcpy(char* target, const char* source);
-ZEL_EXPORT char* Strcat(char* target, const char* source);
-ZEL_EXPORT char* Strchr(const char* s, int c);
-ZEL_EXPORT char* Strstr(const char* s, const char* find);
+ZEL_EXPORT char* Strcpy(char* target, const char* source); ///< `target` has room for `source`
+ZEL_EXPORT char* Strcat(char* target, const char* source); ///< `target` has room for both
+ZEL_EXPORT char* Strchr(const char* s, int c);             ///< the first `c`, or null
+ZEL_EXPORT char* Strstr(const char* s, const char* find);  ///< the first `find`, or null
 
 /// The bytes that `s` occupies, its terminator included.
 ZEL_EXPORT int Strbytes(const char* s);

@@ -27,7 +27,9 @@ public:
 
     /// One more reference to a cell in hand.
     void Lock() { ++refCount; }
-    const char* GetString() const { return cellText; }
+    const char* GetString() const {
+        return cellText;
+    } ///< never null, and the same as long as the cell lives
 
     /// Sets `cell` to the cell for the text of `s`, with one more reference. Null is the empty
     /// text.
@@ -40,6 +42,7 @@ private:
     dsString cellText;
 };
 
+/// One reference to the cell of a text.
 class ZEL_EXPORT dsUniqueString : public dsBaseString {
 public:
     /// A null `s` is the empty text. `s` is copied if it is new.
@@ -49,11 +52,13 @@ public:
     ~dsUniqueString() override;
 
     operator const char*() const override { return cell->GetString(); }
-    const char* GiveString() const { return cell->GetString(); }
+    const char* GiveString() const { return cell->GetString(); } ///< the same text
 
     /// Whether the texts are the same: addresses of cells, which say so while both strings live.
     bool operator==(const dsUniqueString& other) const { return cell == other.cell; }
-    bool operator!=(const dsUniqueString& other) const { return cell != other.cell; }
+    bool operator!=(const dsUniqueString& other) const {
+        return cell != other.cell;
+    } ///< the contrary
 
 private:
     dsStringCell* cell;

@@ -8,6 +8,7 @@
 #include "outside/varnholt/errors.h"
 #include "outside/zelexport.h"
 
+/// How an operation ended.
 enum errstatus : int {
     errNone = 0,          ///< nothing recorded yet
     errOK = 1,            ///< success

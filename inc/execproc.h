@@ -32,12 +32,12 @@ ZEL_EXPORT extern void* badIOCtrlHandle;
 /// closed file stream has the handle -1. What the stream has read ahead, the child does not see.
 class ZEL_EXPORT iAssignableStream {
 public:
-    iAssignableStream(std::basic_fstream<char>& file);
-    iAssignableStream(std::basic_ifstream<char>& file);
-    iAssignableStream(iPipeStream& pipe);
+    iAssignableStream(std::basic_fstream<char>& file);  ///< a file that is open for reading
+    iAssignableStream(std::basic_ifstream<char>& file); ///< likewise
+    iAssignableStream(iPipeStream& pipe);               ///< the read end of a pipe
     virtual ~iAssignableStream();
 
-    void* GetCtrlHandle() const { return ctrlHandle; }
+    void* GetCtrlHandle() const { return ctrlHandle; } ///< the descriptor's handle, -1 for none
 
 private:
     [[maybe_unused]] std::istream* stream;
@@ -48,12 +48,12 @@ private:
 /// before the child's output.
 class ZEL_EXPORT oAssignableStream {
 public:
-    oAssignableStream(std::basic_fstream<char>& file);
-    oAssignableStream(std::basic_ofstream<char>& file);
-    oAssignableStream(oPipeStream& pipe);
+    oAssignableStream(std::basic_fstream<char>& file);  ///< a file that is open for writing
+    oAssignableStream(std::basic_ofstream<char>& file); ///< likewise
+    oAssignableStream(oPipeStream& pipe);               ///< the write end of a pipe
     virtual ~oAssignableStream();
 
-    void* GetCtrlHandle() const { return ctrlHandle; }
+    void* GetCtrlHandle() const { return ctrlHandle; } ///< the descriptor's handle, -1 for none
 
 private:
     [[maybe_unused]] std::ostream* stream;
@@ -75,12 +75,12 @@ public:
 
     /// Give the child a standard stream at its next start. Without effect if the flag is off.
     void AssignCout(const oAssignableStream& stream);
-    void AssignCin(const iAssignableStream& stream);
-    void AssignCerr(const oAssignableStream& stream);
+    void AssignCin(const iAssignableStream& stream);  ///< the standard input
+    void AssignCerr(const oAssignableStream& stream); ///< the standard error
 
-    bool IsCoutToAssign() const { return coutToAssign; }
-    bool IsCerrToAssign() const { return cerrToAssign; }
-    bool IsCinToAssign() const { return cinToAssign; }
+    bool IsCoutToAssign() const { return coutToAssign; } ///< flag 2 is set
+    bool IsCerrToAssign() const { return cerrToAssign; } ///< flag 4 is set
+    bool IsCinToAssign() const { return cinToAssign; }   ///< flag 1 is set
 
     /// Starts the child in the caller's process group. False if the program cannot be executed:
     /// errMapError() tells why, and nothing has changed. After a start the status record says
@@ -145,7 +145,7 @@ private:
 
 /// Process_GetStatus and Process_GetExitCode of a process record.
 ZEL_EXPORT AliveStatus IsAlive(void* process);
-ZEL_EXPORT bool GetProcExitCode(void* process, long* code);
+ZEL_EXPORT bool GetProcExitCode(void* process, long* code); ///< true with the code if it has ended
 
 /// Starts `process` on three streams: the child's input, output and error. None may be null.
 /// errOK when it runs; otherwise the status that the process had before, errNone for a new one.

@@ -16,6 +16,7 @@
 #include "outside/zelexport.h"
 #include "pfupath.h"
 
+/// A directory that is being read.
 class ZEL_EXPORT pfuDir {
 public:
     pfuDir() = default;

@@ -28,7 +28,7 @@ public:
 
     /// Something was found. If not, nothing else here means anything.
     bool initialized() const { return found; }
-    bool isDir() const { return directory; }
+    bool isDir() const { return directory; } ///< a directory, or a link to one
     /// True for everything found.
     bool canExe() const { return executable; }
     /// The path itself is a symbolic link, whatever it leads to.
@@ -55,14 +55,14 @@ public:
 
     // Questions. Whatever the reason, a path that cannot be asked is errNotFound or false.
 
-    static errstatus pfuStat(const char* path, pfStat& info);
-    static bool pfuIsDir(const char* path);
-    static bool pfuIsValidDirectory(const char* path); ///< the same as pfuIsDir
-    static bool pfuIsLink(const char* path);
+    static errstatus pfuStat(const char* path, pfStat& info); ///< errNotFound if nothing is there
+    static bool pfuIsDir(const char* path);                   ///< a directory, or a link to one
+    static bool pfuIsValidDirectory(const char* path);        ///< the same as pfuIsDir
+    static bool pfuIsLink(const char* path);       ///< the path itself is a symbolic link
     static bool pfuIsExecutable(const char* path); ///< true for everything that exists
     static bool pfuIsValidFile(const char* path);  ///< anything but a directory
-    static errstatus pfuGetFileSize(const char* path, long long& size);
-    static errstatus pfuGetModTime(const char* path, long long& time);
+    static errstatus pfuGetFileSize(const char* path, long long& size); ///< bytes
+    static errstatus pfuGetModTime(const char* path, long long& time);  ///< seconds since 1970
     /// Bytes that the calling user may still write to the file system of `path`, or of the part
     /// of it in front of its first `:`. On failure -1, with errNoDiskInfo.
     static errstatus pfuGetFreeSpace(const char* path, double& bytes);
@@ -102,8 +102,9 @@ public:
 
     // Files.
 
+    /// Removes a file or a link; a directory is refused.
     static errstatus pfuDeleteFile(const char* path);
-    static errstatus pfuUnlink(const char* path);
+    static errstatus pfuUnlink(const char* path); ///< the same
     /// Gives a file or directory another name; an existing file of that name is replaced. If both
     /// are names of one file already, they stay. A file can be moved to another file system, a
     /// directory cannot (errCrossDevice).
@@ -129,7 +130,9 @@ public:
 
     /// Clear the stream's state and open it. `mode` is the value of a std::ios_base::openmode.
     static errstatus pfuOpenStream(const char* path, int mode, std::basic_fstream<char>& stream);
+    /// The same for reading alone.
     static errstatus pfuOpenStream(const char* path, int mode, std::basic_ifstream<char>& stream);
+    /// The same for writing alone.
     static errstatus pfuOpenStream(const char* path, int mode, std::basic_ofstream<char>& stream);
 };
 

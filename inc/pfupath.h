@@ -39,10 +39,10 @@ ZEL_EXPORT bool pfuIsStringPathAbsolute(const char* text);
 class ZEL_EXPORT pfuDirEntry {
 public:
     pfuDirEntry() { text[0] = '\0'; }
-    pfuDirEntry& operator=(const char* source);
+    pfuDirEntry& operator=(const char* source); ///< empty for what is too long
     /// Appends the text as it is, with no separator between.
     pfuDirEntry& operator+=(const char* tail);
-    operator const char*() const { return text; }
+    operator const char*() const { return text; } ///< the text
 
 private:
     char text[pfuPathSize];
@@ -54,23 +54,23 @@ public:
     pfuDirPath() { SetEmpty(); }
     /// The text unchanged, separators included.
     pfuDirPath(const char* source);
-    pfuDirPath(const pfuDirPath& base, const pfuDirPath& rest);
-    pfuDirPath(const pfuDirPath& base, const pfuDirEntry& rest);
+    pfuDirPath(const pfuDirPath& base, const pfuDirPath& rest);  ///< a join: see operator+=
+    pfuDirPath(const pfuDirPath& base, const pfuDirEntry& rest); ///< likewise
     pfuDirPath(const pfuDirPath& other) = default;
     pfuDirPath& operator=(const pfuDirPath& other) = default;
-    pfuDirPath& operator=(const char* source);
+    pfuDirPath& operator=(const char* source); ///< empty for what is too long
 
     /// Joins: appends a `|`, unless the path is empty or its last character is one already, and
     /// then `rest`. An empty `rest` changes nothing, and neither does one that is too long: the
     /// two lengths must come to less than 1022.
     pfuDirPath& operator+=(const pfuDirPath& rest);
-    pfuDirPath& operator+=(const pfuDirEntry& rest);
+    pfuDirPath& operator+=(const pfuDirEntry& rest); ///< joins a name
 
-    operator const char*() const { return text; }
-    bool IsEmpty() const { return text[0] == '\0'; }
+    operator const char*() const { return text; }    ///< the text
+    bool IsEmpty() const { return text[0] == '\0'; } ///< no text
     /// Empty because the text that it was made of, by itself or through a copy, did not fit.
     bool IsOverlong() const { return IsEmpty() && text[1] != '\0'; }
-    void SetEmpty() { text[0] = text[1] = '\0'; }
+    void SetEmpty() { text[0] = text[1] = '\0'; } ///< forgets the text, and whether it was too long
 
     // Splitting, byte by byte. The first and the last of these split at the first separator, the
     // two in the middle at the last one. On an empty path all give false and leave the argument.
@@ -106,7 +106,7 @@ public:
     /// separator; a byte that begins no character counts as one.
     pfuOSPath(const char* source);
 
-    operator const char*() const { return text; }
+    operator const char*() const { return text; } ///< the text
     /// The same path with every separator turned into `|`.
     void ToNeutral(pfuDirPath& path) const;
     /// Makes the path a pattern for all entries of the directory: `/` where none stands at the

@@ -73,7 +73,7 @@ ZEL_EXPORT errstatus CreatePipeSt(oPipeStream** out, iPipeStream** in);
 
 /// Releases a stream, its buffer and the pipe end. The stream must not be null.
 ZEL_EXPORT void DeletePipe(iPipeStream* stream);
-ZEL_EXPORT void DeletePipe(oPipeStream* stream);
+ZEL_EXPORT void DeletePipe(oPipeStream* stream); ///< writes out what waits first
 
 /// The read end of a pipe as a stream. The stream does not own its buffer: see DeletePipe.
 ///
@@ -83,7 +83,7 @@ class ZEL_EXPORT iPipeStream : public std::basic_istream<char> {
 public:
     ~iPipeStream() override;
 
-    zelIPipeSBuf* rdbuf() const { return buffer; }
+    zelIPipeSBuf* rdbuf() const { return buffer; } ///< the buffer, which the stream does not own
 
     /// A new event that fires when the pipe has bytes or has ended; the caller deletes it, before
     /// the stream. Bytes that the stream has buffered already do not fire it: take all that
@@ -103,7 +103,7 @@ public:
     /// Flushes the stream.
     ~oPipeStream() override;
 
-    zelOPipeSBuf* rdbuf() const { return buffer; }
+    zelOPipeSBuf* rdbuf() const { return buffer; } ///< the buffer, which the stream does not own
 
 private:
     friend errstatus CreatePipeSt(oPipeStream** out, iPipeStream** in);

@@ -22,7 +22,7 @@
 
 /// The handle that refers to no thread, and the process that is none.
 extern ZEL_EXPORT void* badThreadHandle;
-extern ZEL_EXPORT int badProcHandle;
+extern ZEL_EXPORT int badProcHandle; ///< 0
 
 /// How a task stands. Each setter sets its fields as one; what it does not name becomes false.
 class ZEL_EXPORT pmExitStatus {
@@ -38,8 +38,8 @@ public:
     /// Neither runs nor was killed. The status stays as it is.
     void setExitCode(long newCode);
 
-    [[nodiscard]] bool IsAlive() const { return alive; }
-    [[nodiscard]] bool IsKilled() const { return killed; }
+    [[nodiscard]] bool IsAlive() const { return alive; }   ///< runs, or was never started
+    [[nodiscard]] bool IsKilled() const { return killed; } ///< setKilled was the last to be called
     /// The outcome of the last operation on the task. Mind the name: ExitCode is the other one.
     [[nodiscard]] errstatus GetExitCode() const { return status; }
     /// The exit code of the task, -1 while there is none.
@@ -52,29 +52,33 @@ private:
     long exitCode = -1;
 };
 
+/// The record of a thread.
 class ZEL_EXPORT pmThreadExitStatus : public pmExitStatus {
 public:
     pmThreadExitStatus() : threadHandle(badThreadHandle) {}
-    void SetThreadHandle(void* handle) { threadHandle = handle; }
+    void SetThreadHandle(void* handle) {
+        threadHandle = handle;
+    } ///< kept for whoever looks at the record in a debugger
 
 private:
     [[maybe_unused]] void* threadHandle; // for whoever looks at the record in a debugger
 };
 
+/// Whatever can be started, killed and asked how it ended.
 class ZEL_EXPORT pmTask {
 public:
     pmTask() = default;
     pmTask(const pmTask&) = delete;
     pmTask& operator=(const pmTask&) = delete;
     virtual ~pmTask();
-    virtual bool Start() = 0;
-    virtual bool Kill() = 0;
-    virtual pmExitStatus& GetExitStatus() = 0;
+    virtual bool Start() = 0;                  ///< true if it runs
+    virtual bool Kill() = 0;                   ///< true if it is stopped
+    virtual pmExitStatus& GetExitStatus() = 0; ///< how it stands; the task's own record
 
     /// Hooks for the programs above: the library calls none of them.
     virtual void OnSuccessfullStart();
-    virtual void OnFailedStart();
-    virtual bool Unlocked(bool flag);
+    virtual void OnFailedStart();     ///< the other one
+    virtual bool Unlocked(bool flag); ///< true
 };
 
 /// The calling thread's own handle, the one that its task was started with; borrowed.
@@ -99,7 +103,9 @@ public:
     virtual unsigned int ThreadRun() = 0;
 
 protected:
-    [[nodiscard]] void* GetHandle() const { return handle; }
+    [[nodiscard]] void* GetHandle() const {
+        return handle;
+    } ///< the thread's; badThreadHandle while there is none
     /// Ends the thread and gives up its handle: Kill without the record.
     bool EndThread();
 
@@ -121,7 +127,7 @@ public:
 
     /// A mark on the whole process that stays; it means what the programs above make of it.
     static void SetNoFork();
-    static bool IsNoForkSet();
+    static bool IsNoForkSet(); ///< whether it was set
 
 private:
     friend class ptkStrictTaskEvent;
@@ -155,16 +161,16 @@ private:
 /// operation is true.
 class ZEL_EXPORT pmInfoBridge {
 public:
-    pmInfoBridge(bool first, bool second);
+    pmInfoBridge(bool first, bool second); ///< the flags mean nothing here
     pmInfoBridge(const pmInfoBridge&) = delete;
     pmInfoBridge& operator=(const pmInfoBridge&) = delete;
     ~pmInfoBridge();
 
     /// Sets the other side. Requires: nobody holds the bridge's mutex.
     bool Initialize(void* const& handle);
-    bool Send(char* data, int length);
-    bool Receive(char* data, int length);
-    bool TurnOn();
+    bool Send(char* data, int length);    ///< true
+    bool Receive(char* data, int length); ///< true, and nothing is received
+    bool TurnOn();                        ///< true
 
 private:
     friend class pmManageTask;
@@ -193,13 +199,13 @@ public:
     /// As of a pmThread; a task whose thread could not be stopped can still be found.
     bool Kill() override;
     pmExitStatus& GetExitStatus() override;
-    bool IsAlive() { return GetExitStatus().IsAlive(); }
+    bool IsAlive() { return GetExitStatus().IsAlive(); } ///< what the record says
 
     /// The task filed under `handle`; null if there is none.
     static pmManageTask* Fetch(void* const& handle);
 
 protected:
-    [[nodiscard]] virtual bool MustKillOnDestroy() const;
+    [[nodiscard]] virtual bool MustKillOnDestroy() const; ///< false; the library does not ask
 
 private:
     void Unfile();

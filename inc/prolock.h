@@ -70,7 +70,7 @@ public:
 /// lets anybody through.
 class ZEL_EXPORT proSimpleSem : public proSemaphoreBase {
 public:
-    explicit proSimpleSem(unsigned int count);
+    explicit proSimpleSem(unsigned int count); ///< the count and the ceiling
     /// Requires: nobody waits.
     ~proSimpleSem() override;
 

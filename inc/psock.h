@@ -57,7 +57,7 @@ public:
 
     /// Sockets need no start-up and no shutdown: these do nothing, at any time.
     static void Initialize();
-    static void Shutdown();
+    static void Shutdown(); ///< nothing, at any time
 
     /// Whether the host names of both ends are equal. False also where one cannot be found out.
     bool IsOnTheSameMachine();
@@ -66,11 +66,11 @@ public:
 /// Fires when a stream becomes ready. The event does not own the stream, which must outlive it.
 class ZEL_EXPORT zelSocketEvent : public zelEvent {
 public:
-    using Type = zelSelectEvent::Type;
+    using Type = zelSelectEvent::Type; ///< readable, writable or exceptional
 
-    zelSocketEvent(psockStream* stream, Type type);
+    zelSocketEvent(psockStream* stream, Type type); ///< fires when `stream` is ready in that way
 
-    psockStream* GetSockStream();
+    psockStream* GetSockStream(); ///< as it was given
 
     /// The event as a socket event, or null if it is of another kind. Requires: not null.
     static zelSocketEvent* cast(zelEvent* event);
@@ -97,7 +97,11 @@ ZEL_EXPORT extern const int SystemAssigned;
 class ZEL_EXPORT psockServer {
 public:
     /// How a wait for a connection ended.
-    enum SockWaitRC { SockWaitFailed = 0, SockWaitConnection = 1, SockWaitTimeout = 2 };
+    enum SockWaitRC {
+        SockWaitFailed = 0,     ///< told on standard output
+        SockWaitConnection = 1, ///< one can be accepted
+        SockWaitTimeout = 2,    ///< none came in time
+    };
 
     psockServer();
     psockServer(const psockServer&) = delete;
@@ -160,14 +164,14 @@ public:
     void Run() override;
     bool DoIdle() override;
 
-    bool IsConnectionReceived();
+    bool IsConnectionReceived(); ///< whether one waits; never blocks
 };
 
 /// Serves until Execute gives true or the service is told to stop, which is looked at after each
 /// `pollMsec` milliseconds without a connection. The service must outlive the server.
 class ZEL_EXPORT psockService : public psockServer {
 public:
-    psockService(zelService& service, int pollMsec);
+    psockService(zelService& service, int pollMsec); ///< borrows `service`
 
     void Run() override;
     bool DoIdle() override;

@@ -21,14 +21,15 @@
 #include "errstatus.h"
 #include "outside/zelexport.h"
 
+/// A byte store with a position, as an interface.
 class ZEL_EXPORT rwStream {
 public:
     rwStream() = default;
     rwStream(const rwStream&) = delete;
     rwStream& operator=(const rwStream&) = delete;
 
-    virtual errstatus OpenRead(char const* name) = 0;
-    virtual errstatus OpenWrite(char const* name) = 0;
+    virtual errstatus OpenRead(char const* name) = 0;  ///< begins to read what has that name
+    virtual errstatus OpenWrite(char const* name) = 0; ///< begins to write what has that name
     /// Everything, from the present position, into an array that takes the stream's size.
     virtual errstatus Read(dsXArray<char>& target) = 0;
     /// At most `length` bytes; `count` is how many there were. The end of the data is errOK with
@@ -37,16 +38,17 @@ public:
     /// Takes bytes up to `delimiter`, which is consumed, or up to the end of the data, and puts a
     /// NUL behind them. The result is that of the last read; the end of the data is errOK.
     virtual errstatus ReadLn(dsXArray<char>& line, char delimiter);
-    virtual errstatus Write(dsXArray<char>& source) = 0;
+    virtual errstatus Write(dsXArray<char>& source) = 0; ///< all bytes of the array
     /// All `length` bytes, or a status other than errOK.
     virtual errstatus Write(char* data, int length) = 0;
     /// Moves to `offset` from the start (`origin` 0), to `offset` ahead of the position (1), or
     /// `offset` back from the end of the data (2). With any other origin to the start.
     virtual errstatus Seek(long offset, int origin) = 0;
-    virtual errstatus GetPos(std::fpos<int>& place) = 0;
+    virtual errstatus GetPos(std::fpos<int>& place) = 0; ///< the position, in bytes from the start
     virtual ~rwStream();
 };
 
+/// The store in memory.
 class ZEL_EXPORT memStream : public rwStream {
 public:
     memStream();

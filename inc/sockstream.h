@@ -18,7 +18,7 @@
 /// Reads from a socket. What was read ahead is lost with the buffer.
 class ZEL_EXPORT ISockSBuf : public zelIStreamBuf {
 public:
-    explicit ISockSBuf(psockStream& stream);
+    explicit ISockSBuf(psockStream& stream); ///< `stream` is not owned
     ~ISockSBuf() override;
 
 private:
@@ -31,7 +31,7 @@ private:
 /// learns: call pubsync() before.
 class ZEL_EXPORT OSockSBuf : public zelOStreamBuf {
 public:
-    explicit OSockSBuf(psockStream& stream);
+    explicit OSockSBuf(psockStream& stream); ///< `stream` is not owned
     ~OSockSBuf() override;
 
 private:
@@ -44,7 +44,7 @@ private:
 /// read has to wait, and when the buffer is destroyed.
 class ZEL_EXPORT IOSockSBuf : public zelIOStreamBuf {
 public:
-    explicit IOSockSBuf(psockStream& stream);
+    explicit IOSockSBuf(psockStream& stream); ///< `stream` is not owned
     ~IOSockSBuf() override;
 
 private:
@@ -58,7 +58,7 @@ private:
 /// after rdbuf(other) that is `other`, and the first buffer is the caller's.
 class ZEL_EXPORT ioSockStream : public std::basic_iostream<char> {
 public:
-    explicit ioSockStream(psockStream& stream);
+    explicit ioSockStream(psockStream& stream); ///< `stream` is not owned
     ~ioSockStream() override;
 };
 

@@ -26,7 +26,7 @@ class ZEL_EXPORT zelTimeMill : public zelTimeval {
 public:
     zelTimeMill() { GetTimeOfDay(); }
 
-    operator double() const { return ToDouble(); }
+    operator double() const { return ToDouble(); } ///< seconds since 1970
 };
 
 /// A piece of work. It serves any number of points, one after the other or nested, and prints
@@ -56,6 +56,7 @@ private:
 /// Requires: points end in the reverse order of their making, and the entry outlives them.
 class ZEL_EXPORT ProfilePoint {
 public:
+    /// Begins a scope of `charged`.
     explicit ProfilePoint(ProfileEntry* charged)
         : previous(currentPoint), entry(charged), start(zelTimeval::Now()) {
         if (previous != nullptr) {

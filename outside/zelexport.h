@@ -6,6 +6,6 @@
 #ifndef PLINTH_ZELEXPORT_H
 #define PLINTH_ZELEXPORT_H
 
-#define ZEL_EXPORT __attribute__((visibility("default")))
+#define ZEL_EXPORT __attribute__((visibility("default"))) ///< before a class or a function
 
 #endif

@@ -22,7 +22,11 @@ public:
     /// Which readiness of the descriptor counts. The end of a stream or pipe, and a failure that
     /// the next read would report, count as readable; a failure that the next write would report
     /// counts as writable.
-    enum Readiness { Readable, Writable, Exceptional };
+    enum Readiness {
+        Readable,    ///< a read would not wait
+        Writable,    ///< a write would not wait
+        Exceptional, ///< urgent data
+    };
 
     zelBaseEvent() = default;
     zelBaseEvent(const zelBaseEvent&) = delete;
@@ -31,7 +35,7 @@ public:
 
     /// The descriptor to poll, or -1 where there is none to be had: such an event never fires.
     virtual int GetDescriptor() = 0;
-    virtual Readiness GetReadiness() const;
+    virtual Readiness GetReadiness() const; ///< Readable by default
     /// Waits for this alone, at less cost than with a descriptor, `msec` milliseconds at the most
     /// and -1 for ever: whether it is ready. Nothing where there is no such way.
     virtual std::optional<bool> WaitAlone(int msec);
@@ -40,9 +44,9 @@ public:
 /// The readiness of one socket, which the event does not own.
 class ZEL_EXPORT zelSelectEvent : public zelBaseEvent {
 public:
-    using Type = zelBaseEvent::Readiness;
+    using Type = zelBaseEvent::Readiness; ///< which readiness counts
 
-    zelSelectEvent(unsigned int socket, Type type);
+    zelSelectEvent(unsigned int socket, Type type); ///< any socket, or -1 for none
 
     int GetDescriptor() override;
     Readiness GetReadiness() const override;
@@ -82,6 +86,7 @@ private:
     std::shared_ptr<int> end;      ///< the descriptor, once it was asked for
 };
 
+/// What a caller waits for.
 class ZEL_EXPORT zelEvent {
 public:
     /// Takes the base event over. A null base is an event that never fires.
@@ -124,7 +129,7 @@ private:
 /// nobody reads any more.
 class ZEL_EXPORT zelPipeEvent : public zelEvent {
 public:
-    explicit zelPipeEvent(void* handle);
+    explicit zelPipeEvent(void* handle); ///< of a pipe end: zelAnonymousPipe::fd
     ~zelPipeEvent() override;
 };
 

@@ -25,7 +25,7 @@ public:
     static bool Create(zelOutputPipe& writeEnd, zelInputPipe& readEnd);
 
 protected:
-    explicit zelAnonymousPipe(void* end) : handle(end) {}
+    explicit zelAnonymousPipe(void* end) : handle(end) {} ///< that end
 
 private:
     void* handle;
@@ -35,14 +35,14 @@ private:
 class ZEL_EXPORT zelInputPipe : public zelAnonymousPipe {
 public:
     zelInputPipe() = default;
-    explicit zelInputPipe(void* end) : zelAnonymousPipe(end) {}
+    explicit zelInputPipe(void* end) : zelAnonymousPipe(end) {} ///< that end
 };
 
 /// The write end.
 class ZEL_EXPORT zelOutputPipe : public zelAnonymousPipe {
 public:
     zelOutputPipe() = default;
-    explicit zelOutputPipe(void* end) : zelAnonymousPipe(end) {}
+    explicit zelOutputPipe(void* end) : zelAnonymousPipe(end) {} ///< that end
 };
 
 /// Reads from a pipe, large blocks straight into the caller's memory. It owns the end and closes
@@ -50,14 +50,15 @@ public:
 /// waits in the pipe, and -1 is its end.
 class ZEL_EXPORT zelIPipeSBuf : public zelIStreamBuf {
 public:
-    explicit zelIPipeSBuf(zelInputPipe end);
+    explicit zelIPipeSBuf(zelInputPipe end); ///< takes it over
     ~zelIPipeSBuf() override;
 
-    zelInputPipe pipe() const { return end; }
+    zelInputPipe pipe() const { return end; } ///< still the buffer's
 
 protected:
+    /// Waits for all of `count` bytes; fewer at the end.
     std::streamsize xsgetn(char* target, std::streamsize count) override;
-    std::streamsize showmanyc() override;
+    std::streamsize showmanyc() override; ///< what waits in the pipe; -1 is its end
 
 private:
     int Read(void* data, int length) override;
@@ -69,12 +70,13 @@ private:
 /// owns the end; the destructor writes out what is pending and closes it.
 class ZEL_EXPORT zelOPipeSBuf : public zelOStreamBuf {
 public:
-    explicit zelOPipeSBuf(zelOutputPipe end);
+    explicit zelOPipeSBuf(zelOutputPipe end); ///< takes it over
     ~zelOPipeSBuf() override;
 
-    zelOutputPipe pipe() const { return end; }
+    zelOutputPipe pipe() const { return end; } ///< still the buffer's
 
 protected:
+    /// Waits until the pipe has taken all of `count` bytes; fewer on failure.
     std::streamsize xsputn(const char* source, std::streamsize count) override;
 
 private:

@@ -14,7 +14,10 @@
 #include "outside/zelexport.h"
 
 /// Whether a child runs.
-enum AliveStatus { psEnded = 0, psAlive = 1 };
+enum AliveStatus {
+    psEnded = 0, ///< it has ended, or there is none
+    psAlive = 1, ///< it runs
+};
 
 /// Starts `command`. It is split into words like a POSIX shell does it (blanks; '...', "...",
 /// backslash, which takes a newline behind it away), but nothing is expanded and no shell is asked:
@@ -37,7 +40,7 @@ ZEL_EXPORT bool Process_Launch(void** process, unsigned long* id, const char* co
 /// can be made again.
 ZEL_EXPORT bool Process_Wait(void* process, long* code, bool wait, bool collect);
 
-ZEL_EXPORT AliveStatus Process_GetStatus(void* process);
+ZEL_EXPORT AliveStatus Process_GetStatus(void* process); ///< finishes nothing, never blocks
 
 /// The code of a child that has ended, as Process_Wait gives it. False, "busy", while it runs.
 /// It finishes nothing.

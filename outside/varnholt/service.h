@@ -11,9 +11,10 @@
 /// What a request to stop arrives at; only services make and own such events.
 class zelServiceEvent;
 
+/// What services have in common.
 class ZEL_EXPORT zelServiceBase {
 public:
-    static bool IsEventSignaled(const zelServiceEvent* event);
+    static bool IsEventSignaled(const zelServiceEvent* event); ///< whether a stop has arrived there
 };
 
 /// Any thread may ask a service to stop, and ask whether it was asked; the rest is for one thread

@@ -35,7 +35,7 @@ ZEL_EXPORT int zel_get_nodeaddrinfo(const char* node, const char* service, const
 ZEL_EXPORT void zel_free_nodeaddrinfo(addrinfo* list);
 
 /// The name of an IPv4 or IPv6 address as getnameinfo gives it: 0 is success. `host` and `service`
-/// may be null with a size of 0. An IPv4 address in IPv6 form (::ffff:a.b.c.d), as a socket for
+/// may be null with a size of 0. An IPv4 address in IPv6 form (RFC 4291, 2.5.5.2), as a socket for
 /// both shows it, has the name of the IPv4 address.
 ZEL_EXPORT int zel_get_nodenameinfo(const sockaddr* address, char* host, unsigned int hostSize,
                                     char* service, unsigned int serviceSize, int flags);

@@ -21,9 +21,10 @@
 
 #include "outside/zelexport.h"
 
+/// The size of the areas of a stream buffer.
 class ZEL_EXPORT zelStreamBufferSize {
 public:
-    explicit zelStreamBufferSize(int size);
+    explicit zelStreamBufferSize(int size); ///< in bytes
     virtual ~zelStreamBufferSize();
 
     /// Stores the size and is true. The stream buffers refuse a size below 1, and any change where
@@ -32,12 +33,13 @@ public:
     virtual bool SetBufferSize(int size);
 
 protected:
-    int bufferSize;
+    int bufferSize; ///< in bytes
 };
 
+/// Where the areas of a stream buffer lie.
 class ZEL_EXPORT zelStreamBufferBase {
 public:
-    explicit zelStreamBufferBase(char* buffer);
+    explicit zelStreamBufferBase(char* buffer); ///< the caller's, or null
     virtual ~zelStreamBufferBase();
 
 protected:
@@ -49,11 +51,11 @@ class zelStreamArea {
 public:
     /// Takes `size` bytes from `given`, or from the heap where that is null.
     void Take(char* given, int size);
-    void Drop();
+    void Drop(); ///< gives up what it has taken
 
-    bool IsThere() const { return start != nullptr; }
-    char* Start() const { return start; }
-    int Size() const { return bytes; }
+    bool IsThere() const { return start != nullptr; } ///< taken and not dropped
+    char* Start() const { return start; }             ///< its first byte
+    int Size() const { return bytes; }                ///< in bytes
 
 private:
     std::unique_ptr<char[]> own;
@@ -61,11 +63,12 @@ private:
     int bytes = 0;
 };
 
+/// For reading, through the hook Read.
 class ZEL_EXPORT zelIStreamBuf : public virtual std::basic_streambuf<char>,
                                  public virtual zelStreamBufferSize,
                                  public virtual zelStreamBufferBase {
 public:
-    zelIStreamBuf(int size, char* buffer);
+    zelIStreamBuf(int size, char* buffer); ///< a null buffer is one of its own
     ~zelIStreamBuf() override;
 
     bool SetBufferSize(int size) override;
@@ -77,20 +80,21 @@ protected:
     /// Reads up to `length` bytes and gives their number; anything below 1 is the end.
     virtual int Read(void* data, int length) = 0;
 
-    int underflow() override;
+    int underflow() override; ///< the next byte, unread; -1 at the end
     /// Nothing can be written: the end, always.
     int overflow(int character) override;
     /// 0: what waits at the other side of the hook cannot be told.
     std::streamsize showmanyc() override;
 
-    zelStreamArea input;
+    zelStreamArea input; ///< the area
 };
 
+/// For writing, through the hook Write.
 class ZEL_EXPORT zelOStreamBuf : public virtual std::basic_streambuf<char>,
                                  public virtual zelStreamBufferSize,
                                  public virtual zelStreamBufferBase {
 public:
-    zelOStreamBuf(int size, char* buffer);
+    zelOStreamBuf(int size, char* buffer); ///< a null buffer is one of its own
     ~zelOStreamBuf() override;
 
     bool SetBufferSize(int size) override;
@@ -105,30 +109,30 @@ protected:
     /// Pushes out what waits: 0, or -1 if not all of it went. The rest is kept.
     int flush();
 
-    int overflow(int character) override;
-    std::streamsize xsputn(const char* data, std::streamsize count) override;
+    int overflow(int character) override; ///< makes room, then stores it; -1 on failure
+    std::streamsize xsputn(const char* data, std::streamsize count) override; ///< bytes taken
     /// Nothing can be read: the end, always.
     int underflow() override;
-    int sync() override;
-    std::streamsize showmanyc() override;
+    int sync() override;                  ///< flush()
+    std::streamsize showmanyc() override; ///< 0: nothing can be read
 
-    zelStreamArea output;
+    zelStreamArea output; ///< the area
 };
 
 /// Output that waits is sent before a read has to wait, so that a request and its answer need no
 /// flush between them.
 class ZEL_EXPORT zelIOStreamBuf : public zelIStreamBuf, public zelOStreamBuf {
 public:
-    zelIOStreamBuf(int size, char* buffer);
+    zelIOStreamBuf(int size, char* buffer); ///< a null buffer is one of its own
     ~zelIOStreamBuf() override;
 
     bool SetBufferSize(int size) override;
 
 protected:
     void doallocate() override;
-    int underflow() override;
-    int overflow(int character) override;
-    std::streamsize showmanyc() override;
+    int underflow() override;             ///< flushes before it waits
+    int overflow(int character) override; ///< as of a zelOStreamBuf
+    std::streamsize showmanyc() override; ///< as of a zelIStreamBuf
 };
 
 /// The handle of the descriptor behind a file buffer, -1 if that is closed. It stays the buffer's;

@@ -27,8 +27,8 @@ public:
         return static_cast<double>(microseconds) / 1000000.0 + static_cast<double>(seconds);
     }
 
-    long seconds;
-    long microseconds;
+    long seconds;      ///< since 1970, or of the span
+    long microseconds; ///< from 0 up to 999999 when normalised
 };
 
 #endif

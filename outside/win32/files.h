@@ -8,7 +8,7 @@
 
 /// An entry of a directory: its name alone, with room for all that a path can hold.
 struct WIN32_FIND_DATAA {
-    char cFileName[1024];
+    char cFileName[1024]; ///< with its NUL
 };
 
 /// Keeps an opening made by uCreateFile out of the processes that fork makes of this one, until

@@ -21,12 +21,12 @@ struct CRITICAL_SECTION {
 inline void InitializeCriticalSection(CRITICAL_SECTION* section) {
     section->state.store(0, std::memory_order_relaxed);
 }
-inline void DeleteCriticalSection(CRITICAL_SECTION*) {}
+inline void DeleteCriticalSection(CRITICAL_SECTION*) {} ///< does nothing
 
 /// The rest of entering and leaving, where others hold the section or wait for it. A thread that is
 /// stopped in there leaves no wake-up owing to the others.
 ZEL_EXPORT void zelEnterHeldSection(CRITICAL_SECTION* section);
-ZEL_EXPORT void zelLeaveSharedSection(CRITICAL_SECTION* section);
+ZEL_EXPORT void zelLeaveSharedSection(CRITICAL_SECTION* section); ///< the rest of leaving
 
 /// Requires: the calling thread does not hold the section, or it waits for itself for ever.
 inline void EnterCriticalSection(CRITICAL_SECTION* section) {
