@@ -3,6 +3,7 @@
 
 import argparse
 import pathlib
+import re
 import sys
 
 ROOMS = ("ds", "text", "bdt", "streams", "tasks", "sockets", "files")
@@ -26,6 +27,19 @@ def sources(tree, folders):
             if path.suffix in (".h", ".cpp"):
                 found.append(path.relative_to(tree))
     return found
+
+
+def public_headers(tree):
+    """inc/*.h, and what they include of outside/, as names for #include."""
+    unread = [path.relative_to(tree) for path in sorted((tree / "inc").glob("*.h"))]
+    names = [path.name for path in unread]
+    while unread:
+        text = (tree / unread.pop()).read_text()
+        for name in re.findall(r'^\s*#\s*include\s*"(outside/[^"]+)"', text, re.MULTILINE):
+            if name not in names:
+                names.append(name)
+                unread.append(name)
+    return names
 
 
 def finish(name, findings, count):
