@@ -11,13 +11,12 @@
 #include <iostream>
 #include <memory>
 #include <string>
-#include <utility>
 
 #include <unistd.h>
 
 #include <execproc.h>
 
-#include "../children.h"
+#include "../pump.h"
 
 namespace {
 
@@ -25,72 +24,6 @@ using Clock = std::chrono::steady_clock;
 
 constexpr int fileFailed = 125;
 constexpr int notStarted = 127;
-
-/// Fires when a pipe takes at least one block without blocking, or when nobody reads it any more.
-class WriteEvent : public zelPipeEvent {
-public:
-    explicit WriteEvent(oPipeStream& pipe) : zelPipeEvent(pipe.rdbuf()->pipe().fd()) {}
-    int GetKind() override { return kind; }
-    void* GetInfo() override { return this; }
-
-private:
-    static const int kind;
-};
-const int WriteEvent::kind = zelEvent::AllocEventKind();
-
-/// One of the three roads between the files and the command. It is over when the event is gone.
-class Road {
-public:
-    [[nodiscard]] zelEvent* Event() const { return event.get(); }
-    [[nodiscard]] unsigned long long Bytes() const { return bytes; }
-
-protected:
-    std::unique_ptr<zelEvent> event;
-    unsigned long long bytes = 0;
-};
-
-class Feed : public Road {
-public:
-    Feed(std::istream& file, oPipeStream* pipe) : from(file), to(pipe) {
-        event = std::make_unique<WriteEvent>(*pipe);
-    }
-    /// Moves one block; closes the pipe after the last, so that the command sees the end.
-    void Move() {
-        char block[4096]; // what a pipe is sure to take once it takes anything
-        from.read(block, sizeof block);
-        to->write(block, from.gcount()).flush();
-        if (*to)
-            bytes += static_cast<unsigned long long>(from.gcount());
-        if (!from || !*to) { // a command may well end before it has read everything
-            event.reset();
-            to.reset();
-        }
-    }
-
-private:
-    std::istream& from;
-    std::unique_ptr<oPipeStream, PipeDeleter> to;
-};
-
-class Collection : public Road {
-public:
-    Collection(iPipeStream* pipe, std::ostream& file) : from(pipe), to(file) {
-        event.reset(pipe->GetReadEvent());
-    }
-    /// Moves what waits in the pipe.
-    void Move() {
-        char block[65536];
-        const std::streamsize count = from->readsome(block, sizeof block);
-        to.write(block, count);
-        bytes += static_cast<unsigned long long>(count);
-        if (from->eof())
-            event.reset();
-    }
-
-private:
-    std::unique_ptr<iPipeStream, PipeDeleter> from;
-    std::ostream& to;
-};
 
 int Fail(int code, const std::string& what) {
     std::cerr << "filter_run: " << what << '\n';
