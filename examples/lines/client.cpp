@@ -14,6 +14,8 @@
 #include <memory>
 #include <string>
 
+#include <unistd.h>
+
 #include <psock.h>
 #include <psockmsg.h>
 
@@ -107,11 +109,12 @@ int main(int argc, char** argv) {
         return EXIT_FAILURE;
     }
     LineClient client(*server);
+    const bool terminal = isatty(STDERR_FILENO) == 1;
     Clock::time_point shown = Clock::now();
     bool going = true;
     for (std::string line; going && std::getline(file, line);) {
         going = client.Send(line);
-        if (Clock::now() - shown > std::chrono::seconds(1)) {
+        if (terminal && Clock::now() - shown > std::chrono::seconds(1)) {
             client.Progress();
             shown = Clock::now();
         }
