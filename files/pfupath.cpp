@@ -24,21 +24,40 @@ const char* LastSeparator(const char* text) {
     return last;
 }
 
+// There are encodings in which the last byte of a character may have the code of the neutral
+// separator. In these, a byte that began no character can become the first half of one when that
+// separator is put behind it. The native one stands there instead: it is the half of none.
+
 void ReplaceSeparators(char* position, char separator) {
-    for (; *position != '\0'; position += files::CharacterBytes(position))
-        if (IsSeparator(*position))
+    const char* before = position;
+    while (*position != '\0') {
+        if (IsSeparator(*position)) {
             *position = separator;
+            if (before != position && before + files::CharacterBytes(before) != position)
+                *position = files::nativeSeparator;
+        }
+        before = position;
+        position += files::CharacterBytes(position);
+    }
 }
 
-/// True if the last character is a neutral separator. There are encodings in which the last byte
-/// of another character has its code.
-bool EndsNeutral(const char* text, std::size_t length) {
-    if (length == 0 || text[length - 1] != files::neutralSeparator)
-        return false;
+/// True if a character begins at the last byte.
+bool EndsInByte(const char* text, std::size_t length) {
     const char* position = text;
     while (position < text + length - 1)
         position += files::CharacterBytes(position);
     return position == text + length - 1;
+}
+
+bool EndsNeutral(const char* text, std::size_t length) {
+    return text[length - 1] == files::neutralSeparator && EndsInByte(text, length);
+}
+
+/// Writes the separator behind the `length` bytes of a text.
+void AppendSeparator(char* text, std::size_t length) {
+    text[length] = files::neutralSeparator;
+    if (files::CharacterBytes(text + length - 1) != 1 && EndsInByte(text, length))
+        text[length] = files::nativeSeparator;
 }
 
 } // namespace
@@ -114,9 +133,9 @@ pfuDirPath& pfuDirPath::Join(const char* rest) {
     // `rest` may be this very text: it moves by its length before anything is written into it.
     const std::size_t gap = EndsNeutral(text, length) ? 0 : 1;
     std::memmove(text + length + gap, rest, added);
-    if (gap != 0)
-        text[length] = files::neutralSeparator;
     text[length + gap + added] = '\0';
+    if (gap != 0)
+        AppendSeparator(text, length);
     return *this;
 }
 

@@ -5,7 +5,8 @@
 // In the neutral form the separator is `|`, in the native form it is the platform's, `/`. Whatever
 // reads a path accepts `|`, `/` and `\` as separators, so callers never convert: an operation that
 // takes a path builds a pfuOSPath of it right before it asks the system. Only the separators
-// differ; the text stays in the encoding of the locale.
+// differ; the text stays in the encoding of the locale. Behind a byte that begins no character, and
+// that a `|` would complete to one, the neutral form has a `/`.
 //
 // An absolute path starts with a root: `/` or `|`, or a letter with `:` and then `|` or `\`. Any
 // other path is relative. Behind the root stand components between separators; empty ones and
