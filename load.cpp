@@ -1,9 +1,11 @@
 // SPDX-License-Identifier: MIT
 //
-// What happens when the library is loaded, in this order and nowhere else. Initialisers in one
-// file run from top to bottom; spread over several files their order would be the linker's.
+// What happens when the library is loaded and unloaded, in this order and nowhere else.
+// Initialisers in one file run from top to bottom; spread over several files their order would be
+// the linker's.
 
 #include "asynccall.h"
+#include "ds/lasting.h"
 #include "ds/stringdatabase.h"
 #include "execproc.h"
 #include "pipestream.h"
@@ -12,8 +14,7 @@
 #include "tasks/taskmap.h"
 
 namespace {
-// First of all, so that it is there before anything that may use it and goes after that.
-[[maybe_unused]] const auto& strings = StringDatabase();
+auto& strings = StringDatabase();
 } // namespace
 
 const int zelIPipeEvent::eventKind = zelEvent::AllocEventKind();
@@ -21,7 +22,21 @@ const int zelIPipeEvent::eventKind = zelEvent::AllocEventKind();
 void* const pmInfoBridge::nullHandle = badThreadHandle;
 
 namespace {
-[[maybe_unused]] const auto& tasks = TaskMap();
+
+auto& tasks = TaskMap();
+
+/// When the library is unloaded, or the program ends: nobody may have a part of these any more, or
+/// others may come that still need them.
+const struct Unload {
+    Unload() = default;
+    Unload(const Unload&) = delete;
+    Unload& operator=(const Unload&) = delete;
+    ~Unload() {
+        Trim(tasks);
+        Trim(strings);
+    }
+} unload;
+
 } // namespace
 
 const int ptkExecProcessEvent::eventKind = zelEvent::AllocEventKind();

@@ -3,11 +3,11 @@
 
 #include <memory>
 
+#include "ds/lasting.h"
 #include "ds/stringdatabase.h"
 
 dsNonOwnerStringMap<dsStringCell*>& StringDatabase() {
-    static dsNonOwnerStringMap<dsStringCell*> database;
-    return database;
+    return LastingMap<dsNonOwnerStringMap<dsStringCell*>>();
 }
 
 void dsStringCell::AddToDatabase(const char* s, dsStringCell*& cell) {

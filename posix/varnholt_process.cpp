@@ -4,6 +4,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <new>
 #include <utility>
 
 #include "outside/varnholt/events.h"
@@ -66,9 +67,10 @@ private:
     posix::SharedDescriptor end = posix::NoDescriptor(); ///< of the process, until it has ended
 };
 
-// Never destroyed: the last destructors of a program may let records go.
+// Never destroyed: the last destructors of a program may let records go. An empty one owns nothing.
 Child::Table& Child::Children() {
-    static Table& children = *new Table;
+    alignas(Table) static char place[sizeof(Table)];
+    static Table& children = *new (place) Table;
     return children;
 }
 

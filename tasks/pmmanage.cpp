@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: MIT
 #include "tasks/taskmap.h"
 
+#include "ds/lasting.h"
 #include "outside/win32/threads.h"
 #include "pmtask.h"
 
 dsScalarMap<pmManageTask*, void*>& TaskMap() {
-    static dsScalarMap<pmManageTask*, void*> map;
-    return map;
+    return LastingMap<dsScalarMap<pmManageTask*, void*>>();
 }
 
 pmInfoBridge::pmInfoBridge(bool first, bool second)
@@ -33,9 +33,7 @@ bool pmInfoBridge::TurnOn() {
 }
 
 pmManageTask::pmManageTask(bool first, bool second)
-    : taskKey(pmInfoBridge::nullHandle), bridge(first, second) {
-    TaskMap(); // to be destroyed after this task, whenever that is
-}
+    : taskKey(pmInfoBridge::nullHandle), bridge(first, second) {}
 
 pmManageTask::~pmManageTask() {
     Unfile();

@@ -6,8 +6,7 @@
 
 #include "dsortmap.h"
 
-/// Made by the first call, which load.cpp sees to. Whoever made a managed task in his constructor
-/// called it before that constructor ended, so the file outlives him, wherever he lies.
+/// There for every constructor and destructor of static objects; load.cpp makes it at the latest.
 dsScalarMap<pmManageTask*, void*>& TaskMap();
 
 #endif
