@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "posix/childwatch.h"
 
+#include "posix/keeploaded.h"
 #include "posix/processcalls.h"
 #include "posix/threadcalls.h"
 
@@ -45,6 +46,7 @@ SharedDescriptor WatchChild(pid_t id) {
     *end = sys::eventfd(0, EFD_CLOEXEC);
     if (*end == -1)
         return end;
+    KeepLoaded();
     pthread_attr_t attributes;
     pthread_attr_init(&attributes);
     pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);

@@ -5,6 +5,7 @@
 // process wherever it meets a function that must not throw.
 #include "outside/win32/threads.h"
 #include "posix/codeguard.h"
+#include "posix/keeploaded.h"
 #include "posix/thread.h"
 
 namespace posix {
@@ -71,6 +72,7 @@ bool Thread::TakeSignal() {
     sys::sigaction(zelTerminateSignal(), nullptr, &action);
     if (!IsFree(action))
         return OwnsSignal(action);
+    KeepLoaded();
     LearnGuardedCode();
     struct sigaction wanted = {};
     wanted.sa_sigaction = &Thread::OnSignal;
