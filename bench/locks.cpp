@@ -45,8 +45,8 @@ void AloneTwice(benchmark::State& state) {
 /// Some work inside and as much outside, so that threads do meet.
 template <typename Mutex>
 void InTheWay(benchmark::State& state) {
-    static Mutex mutex;
-    static int counter = 0;
+    alignas(64) static Mutex mutex; // wherever the linker puts them, they lie alike
+    alignas(64) static int counter = 0;
     const auto work = [&state](int& number) {
         for (long i = 0; i < state.range(0); ++i)
             benchmark::DoNotOptimize(++number);

@@ -30,8 +30,8 @@ public:
     /// Waits until the calling thread owns the mutex, once more if it did already. False only for
     /// a mutex that is not initialised.
     bool Lock();
-    /// Like Lock, but false where that would wait: another thread owns the mutex or waits for it,
-    /// or is just about to be done with unlocking it.
+    /// Like Lock, but false where that would wait, and where another thread waits: one that is just
+    /// about to own the mutex, or one that was killed while it waited.
     [[nodiscard]] bool TryLock();
     /// Takes back one Lock or TryLock. False, and nothing changes, for anyone but the owner.
     bool Unlock();
@@ -40,17 +40,21 @@ private:
     [[nodiscard]] bool IsCurrentThreadOwner() const;
     void LockTryHandle();
     void UnlockTryHandle();
-    void AddContenders(int amount);
+    template <int Change(int)>
+    int ChangeContenders();
+    int ChangeInside(int change(int));
+    bool TakeTurn();
+    void WaitForTurn();
     void BecomeOwner(const struct zelThreadSelf& self);
 
-    CRITICAL_SECTION mainHandle; ///< held by the owner for as long as it owns the mutex
+    CRITICAL_SECTION mainHandle; ///< where those who wait for the owner sleep
     void* ownerThread;           ///< for whoever looks at the mutex in a debugger
     int recursion;               ///< how many times the owner holds it
     bool initialised;
     unsigned long ownerId; ///< 0xFFFFFFFF while nobody owns it
     /// Guards `contenders`, and covers all of an acquiring TryLock. The two lie in one word.
     alignas(8) CRITICAL_SECTION tryHandle;
-    int contenders; ///< threads that own the mutex or wait for it
+    int contenders; ///< threads that own the mutex or wait for it; below 0: all of them wait
 };
 
 /// A counting semaphore.

@@ -11,12 +11,15 @@
 void zelEnterHeldSection(CRITICAL_SECTION* section) {
     zelStopShield shield;
     // Whoever has waited once marks the section for all that may still wait behind.
-    while (section->state.exchange(2, std::memory_order_acquire) != 0) {
-        posix::FutexWait(section->state, 2, posix::Deadline::Never());
-        if (shield.KeepsAStopWaiting()) {
-            posix::FutexWake(section->state, 1); // it may have been the one that was woken
-            shield.GiveWay();
-        }
+    while (section->state.exchange(2, std::memory_order_acquire) != 0)
+        zelSleepAtHeldSection(section, shield);
+}
+
+void zelSleepAtHeldSection(CRITICAL_SECTION* section, zelStopShield& shield) {
+    posix::FutexWait(section->state, 2, posix::Deadline::Never());
+    if (shield.KeepsAStopWaiting()) {
+        posix::FutexWake(section->state, 1); // it may have been the one that was woken
+        shield.GiveWay();
     }
 }
 

@@ -3,6 +3,7 @@
 
 #include <bit>
 #include <cstddef>
+#include <thread>
 
 #include "outside/win32/threads.h"
 #include "pmtask.h"
@@ -29,12 +30,16 @@ struct Guarded {
 };
 using GuardedWord [[gnu::may_alias]] = std::uint64_t;
 
-/// Waits for the section and adds. Apart from the usual way, which so has few registers to save.
-[[gnu::noinline]] void AddInside(CRITICAL_SECTION& section, int& contenders, int amount) {
-    const zelStopShield shield; // a stopped thread must not shut the section for all others
-    EnterCriticalSection(&section);
-    Write(contenders, Read(contenders) + amount);
-    LeaveCriticalSection(&section);
+// What a thread does to the contenders. They are below 0 while all of them wait and none owns the
+// mutex; who comes across that owns it, whether it has waited or not.
+int Joined(int contenders) {
+    return contenders < 0 ? 1 - contenders : 1 + contenders;
+}
+int TookTurn(int contenders) {
+    return contenders < 0 ? -contenders : contenders;
+}
+int Left(int contenders) {
+    return 1 - contenders;
 }
 
 } // namespace
@@ -74,22 +79,56 @@ void proMutex::UnlockTryHandle() {
     LeaveCriticalSection(&tryHandle);
 }
 
-/// Enters the section, adds and leaves it: in one atomic step as long as nobody is in there. The
-/// first guess is that nobody else is about at all.
-inline void proMutex::AddContenders(int amount) {
+/// Enters the section, changes the contenders and leaves it: in one atomic step as long as nobody
+/// is in there. Gives the contenders as they were.
+template <int Change(int)>
+inline int proMutex::ChangeContenders() {
     static_assert(offsetof(proMutex, contenders) == offsetof(proMutex, tryHandle) + 4);
     static_assert(offsetof(proMutex, tryHandle) % sizeof(GuardedWord) == 0);
     auto* const word = reinterpret_cast<GuardedWord*>(&tryHandle);
-    Guarded seen{0, amount < 0 ? -amount : 0};
+    auto seen = std::bit_cast<Guarded>(Read(*word));
     while (seen.section == 0) {
-        const Guarded wanted{0, seen.contenders + amount};
+        const Guarded wanted{0, Change(seen.contenders)};
         auto bits = std::bit_cast<std::uint64_t>(seen);
         if (__atomic_compare_exchange_n(word, &bits, std::bit_cast<std::uint64_t>(wanted), false,
-                                        __ATOMIC_ACQ_REL, __ATOMIC_RELAXED))
-            return;
+                                        __ATOMIC_SEQ_CST, __ATOMIC_RELAXED))
+            return seen.contenders;
         seen = std::bit_cast<Guarded>(bits);
     }
-    AddInside(tryHandle, contenders, amount);
+    return ChangeInside(Change);
+}
+
+/// Apart from the usual way, like WaitForTurn, so that there are few registers to save.
+[[gnu::noinline]] int proMutex::ChangeInside(int change(int)) {
+    const zelStopShield shield; // a stopped thread must not shut the section for all others
+    LockTryHandle();
+    const int before = Read(contenders);
+    __atomic_store_n(&contenders, change(before), __ATOMIC_SEQ_CST);
+    UnlockTryHandle();
+    return before;
+}
+
+/// Makes this thread, which waits, the owner if there is none.
+bool proMutex::TakeTurn() {
+    const int seen = __atomic_load_n(&contenders, __ATOMIC_SEQ_CST);
+    if (seen >= 0)
+        return false;
+    // The new owner leaves the mark for those that may sleep behind it.
+    mainHandle.state = seen == -1 ? 0 : 2;
+    return ChangeContenders<TookTurn>() < 0;
+}
+
+/// Gives way to other threads once before it sleeps: most owners are done by then, and neither side
+/// has to ask the system to sleep or to wake.
+[[gnu::noinline]] void proMutex::WaitForTurn() {
+    zelStopShield shield; // a stopped thread must not take along what wakes the others
+    std::this_thread::yield();
+    while (!TakeTurn()) {
+        mainHandle.state = 2; // before the last look: who lets go after that sees the mark
+        if (TakeTurn())
+            return;
+        zelSleepAtHeldSection(&mainHandle, shield);
+    }
 }
 
 void proMutex::BecomeOwner(const zelThreadSelf& self) {
@@ -105,8 +144,8 @@ bool proMutex::Lock() {
         ++recursion;
         return true;
     }
-    AddContenders(1);
-    EnterCriticalSection(&mainHandle);
+    if (ChangeContenders<Joined>() > 0)
+        WaitForTurn();
     BecomeOwner(self);
     recursion = 1;
     return true;
@@ -126,8 +165,7 @@ bool proMutex::TryLock() {
         UnlockTryHandle();
         return false;
     }
-    Write(contenders, 1);
-    EnterCriticalSection(&mainHandle); // cannot wait: nobody gets here past the other section
+    Write(contenders, 1); // who raises it from 0 owns the mutex
     BecomeOwner(self);
     ++recursion;
     UnlockTryHandle();
@@ -142,7 +180,7 @@ bool proMutex::Unlock() {
     const zelStopShield shield; // who is stopped here has let go, and does not count any more
     ownerThread = badThreadHandle;
     Write(ownerId, nobody);
-    LeaveCriticalSection(&mainHandle);
-    AddContenders(-1);
+    if (ChangeContenders<Left>() > 1 && mainHandle.state == 2)
+        zelLeaveSharedSection(&mainHandle);
     return true;
 }

@@ -10,6 +10,8 @@
 
 #include "outside/zelexport.h"
 
+class zelStopShield;
+
 /// A lock for one thread at a time, not recursive. It owns nothing of the system; one in storage
 /// that is all zero is free. Entering and leaving a free one is one atomic operation each.
 struct CRITICAL_SECTION {
@@ -26,6 +28,8 @@ inline void DeleteCriticalSection(CRITICAL_SECTION*) {} ///< does nothing
 /// The rest of entering and leaving, where others hold the section or wait for it. A thread that is
 /// stopped in there leaves no wake-up owing to the others.
 ZEL_EXPORT void zelEnterHeldSection(CRITICAL_SECTION* section);
+/// Behind a shield of the caller's, and back after any wake-up.
+void zelSleepAtHeldSection(CRITICAL_SECTION* section, zelStopShield& shield);
 ZEL_EXPORT void zelLeaveSharedSection(CRITICAL_SECTION* section); ///< the rest of leaving
 
 /// Requires: the calling thread does not hold the section, or it waits for itself for ever.
