@@ -133,7 +133,7 @@ void tasks() {
     Serving task(server);
     expect(task.Start(), "thread");
     ptkStrictTaskEvent end(&task);
-    const std::unique_ptr<psockStream> client(psockServer::Connect("localhost", server.GetPort()));
+    const std::unique_ptr<psockStream> client(psockServer::Connect("127.0.0.1", server.GetPort()));
     expect(client != nullptr, "connection");
     dsXArray<char> message(nullptr);
     message.Append(5, "hello");
