@@ -40,6 +40,8 @@ private:
 };
 
 /// Runs `function(argument)` on a new thread and returns at once. The caller deletes the event.
+/// As with std::thread, an exception that leaves the function ends the program.
+///
 /// Null when there is no thread or no memory for an event to be had; in the second case the
 /// function runs all the same.
 [[nodiscard]] ZEL_EXPORT ptkAsyncCallEvent* call_async_func(int (*function)(void*), void* argument);

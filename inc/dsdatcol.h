@@ -5,7 +5,8 @@
 //
 // How dsXArray differs from std::vector:
 //  - Elements are plain bytes. They are moved by block copy and never constructed or destroyed;
-//    what Resize adds holds whatever the buffer held. What pointers point to is the caller's.
+//    what Resize adds holds whatever the buffer held. What pointers point to is the caller's. None
+//    is aligned to more than std::max_align_t.
 //  - The capacity counts whole blocks (256 bytes' worth unless the control says otherwise). The
 //    allocator below keeps slack of its own, so appending is linear in time all the same.
 //  - How elements are allocated and copied is a set of virtual operations. A derived class sees
@@ -151,7 +152,8 @@ class ZEL_EXPORT dsXArray : public dsStraightArray<T> {
     static_assert(std::is_trivially_copyable_v<T>, "elements are moved as bytes");
 
 public:
-    /// An empty array without a buffer. A null control asks for the defaults.
+    /// An empty array without a buffer. The control is read here and not kept; a null one asks for
+    /// the defaults: blocks of 256 bytes, and no shrinking.
     explicit dsXArray(const dsXACtrl* control) : shrink(false), blockSize(0) { Init(control); }
     dsXArray(const dsXArray&) = delete;
     dsXArray& operator=(const dsXArray&) = delete;

@@ -44,7 +44,8 @@ protected:
 /// Inserts the text; nothing for one that is null.
 ZEL_EXPORT std::ostream& operator<<(std::ostream& os, const dsBaseString& s);
 
-/// A text of its own. Compare with std::strcmp; `==` compares addresses.
+/// A text of its own. Compare with std::strcmp; `==` compares addresses. A null text counts as the
+/// empty one, wherever nothing else is said.
 class ZEL_EXPORT dsString : public dsBaseString {
 public:
     dsString();

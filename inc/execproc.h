@@ -89,9 +89,10 @@ public:
     /// False starts the child in a session of its own, out of reach of the terminal's signals.
     bool Start(bool flag);
 
-    /// Ends the child at once. The status record tells of this call.
+    /// Ends the child at once (SIGKILL). The status record tells of this call.
     bool Kill() override;
-    /// Asks the child to end, as the terminal's interrupt key does.
+    /// Asks the child to end, as the terminal's interrupt key does (SIGINT). Both are true when the
+    /// signal was sent, and wait for nothing.
     bool Interrupt();
 
     /// Blocks until the child has ended and gives its exit code: 128 + N if signal N ended it, -1

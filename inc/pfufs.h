@@ -33,7 +33,7 @@ public:
     bool canExe() const { return executable; }
     /// The path itself is a symbolic link, whatever it leads to.
     bool isLink() const { return link; }
-    /// Time of the last change, in seconds since 1970.
+    /// Time of the last change of the contents, in seconds since 1970-01-01 00:00 UTC.
     long long modTime() const { return modified; }
     /// Bytes; the largest `long` for a file that is larger.
     long fileSize() const { return size; }
@@ -79,7 +79,7 @@ public:
     /// Always errNotSupported.
     static errstatus pfuReadLink(const char* path, pfuDirPath& target);
 
-    // Directories.
+    // Directories. New ones, like new files, get the rights that the umask of the process leaves.
 
     /// errOK also if the directory is there already; errExists if something else is.
     static errstatus pfuMakeDir(const char* path);
@@ -109,9 +109,9 @@ public:
     /// are names of one file already, they stay. A file can be moved to another file system, a
     /// directory cannot (errCrossDevice).
     static errstatus pfuRenameFile(const char* from, const char* to);
-    /// Copies the bytes of a file into a new or emptied one, with new attributes and time. Nobody
-    /// else can write the source or open the target through the library meanwhile; a copy onto
-    /// itself is errShared and leaves the file intact, a named pipe as the source is
+    /// Copies the bytes of a file into a new or emptied one, and neither its rights nor its time.
+    /// Nobody else can write the source or open the target through the library meanwhile; a copy
+    /// onto itself is errShared and leaves the file intact, a named pipe as the source is
     /// errNotSupported and not waited for. What was written before a failure stays.
     static errstatus pfuCopyFile(const char* from, const char* to);
 
@@ -128,7 +128,8 @@ public:
     static errstatus pfuReplaceString(const char* const oldText, const char* const newText,
                                       const char* from, const char* to);
 
-    /// Clear the stream's state and open it. `mode` is the value of a std::ios_base::openmode.
+    /// Clear the stream's state and open it: errOK, or the system's reason, with failbit set.
+    /// `mode` is the value of a std::ios_base::openmode.
     static errstatus pfuOpenStream(const char* path, int mode, std::basic_fstream<char>& stream);
     /// The same for reading alone.
     static errstatus pfuOpenStream(const char* path, int mode, std::basic_ifstream<char>& stream);

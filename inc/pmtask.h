@@ -99,7 +99,8 @@ public:
     bool Kill() override;
     pmExitStatus& GetExitStatus() override;
     /// The body of the thread; the result is the thread's exit code, which stays with the system.
-    /// The starter goes on meanwhile, so the handle may not be known here yet.
+    /// The starter goes on meanwhile, so the handle may not be known here yet. As with std::thread,
+    /// an exception that leaves the body ends the program.
     virtual unsigned int ThreadRun() = 0;
 
 protected:

@@ -128,7 +128,8 @@ public:
     int GetPort() const;
 
     /// A stream to the first address of a host, or null, with the cause as the last error. The
-    /// caller owns it.
+    /// caller owns it. The other addresses of a host are not tried, and the wait for one that does
+    /// not answer is the system's: minutes.
     static psockStream* Connect(const char* host, int port);
 
     /// Accepts a connection and gives what Execute says to it.

@@ -33,6 +33,7 @@ ZEL_EXPORT errstatus Write(psockStream& stream, dsXArray<char>& message);
 /// Receives one framed message and appends its payload, growing the array as bytes arrive and
 /// never by what the prefix promises. Gives errOK, the status that the stream has recorded, or
 /// errSocketRead when a receive fails or the stream ends; what has arrived stays in the array.
+/// There is no other limit: a peer that sends 2 GiB, or one byte a minute, is served for as long.
 ZEL_EXPORT errstatus Read(psockStream& stream, dsXArray<char>& message);
 
 /// One stream.Read: bytes received, which may be fewer than `length`, or -1 at the end.

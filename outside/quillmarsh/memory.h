@@ -13,7 +13,8 @@
 
 #include "outside/zelexport.h"
 
-/// A block of `size` bytes, aligned for any type, contents undefined. A size of 0 gives null.
+/// A block of `size` bytes, contents undefined, aligned for any type but those that ask for more by
+/// alignas. A size of 0 gives null.
 [[nodiscard]] ZEL_EXPORT void* zelAlloc(std::size_t size);
 
 /// Gives `block` (null counts as an empty block) a new size and returns its new address; the

@@ -17,7 +17,7 @@ public:
     /// No pipe: the handle is -1.
     zelAnonymousPipe();
 
-    /// The handle of this end (see outside/win32/handles.h).
+    /// The handle of this end: descriptor * 2 + 1, in a word.
     void* fd() const { return handle; }
 
     /// Makes a pipe. Neither end is inherited by programs that this process starts. False, with
