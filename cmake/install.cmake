@@ -53,10 +53,10 @@ file(RELATIVE_PATH pc_to_prefix /${pc_folder} /)
 configure_file(${CMAKE_CURRENT_LIST_DIR}/plinth.pc.in ${PROJECT_BINARY_DIR}/plinth.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/plinth.pc DESTINATION ${pc_folder} COMPONENT development)
 
-# The reference in HTML is made apart from this build, and installed if it has been made.
+# The reference as pages for a browser is made by scripts/docs, and installed if it has been made.
 install(FILES README.md CHANGELOG.md CONTRIBUTING.md SECURITY.md THIRD-PARTY-NOTICES.md LICENSE
   DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT documentation)
 install(DIRECTORY docs DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT documentation
   FILES_MATCHING PATTERN "*.md")
-install(DIRECTORY ${PROJECT_BINARY_DIR}/html DESTINATION ${CMAKE_INSTALL_DOCDIR}
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/build/docs/html DESTINATION ${CMAKE_INSTALL_DOCDIR}
   COMPONENT documentation OPTIONAL)
