@@ -161,6 +161,35 @@ TEST(Kill, GivesUpOnAThreadThatCannotBeReachedAndLeavesItAlone) {
     EXPECT_EQ(own.sa_handler, now.sa_handler);
 }
 
+/// Waits for ever for somebody else.
+struct HangsInItsEnd {
+    ~HangsInItsEnd() {
+        for (++entered;;)
+            pause();
+    }
+};
+
+TEST(Kill, OfAThreadThatHangsInItsOwnEndTakesItAwayWithoutAnotherStep) {
+    if (!allocatorIsTheSystems)
+        GTEST_SKIP() << "a sanitizer wants to see each thread end";
+    const long threads = Threads();
+    const int before = entered;
+    Task task([] {
+        [[maybe_unused]] static thread_local HangsInItsEnd object;
+        [[maybe_unused]] volatile const auto* const used = &object;
+        for (++entered;;)
+            pause();
+        return 0U;
+    });
+    ASSERT_TRUE(task.Start());
+    EndOf end(task.GetHandle());
+    ASSERT_TRUE(Eventually([&] { return entered != before; }));
+    EXPECT_TRUE(task.Kill());
+    EXPECT_TRUE(end.Wait(-1));
+    EXPECT_EQ(before + 2, entered);
+    EXPECT_EQ(threads, Threads());
+}
+
 TEST_P(Kills, InsideTheAllocatorLeaveItUsable) {
     if (!allocatorIsTheSystems)
         GTEST_SKIP() << "a sanitizer has the heap";
