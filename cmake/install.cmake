@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # cmake --install: headers, library, package files for CMake and pkg-config, documents. Each belongs
 # to a component: `runtime` is what a program needs to run, `development` what its developer needs
 # besides, `documentation` what there is to read. cmake/package.cmake makes a package of each.

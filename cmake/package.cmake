@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # cpack: a Debian package of each component. scripts/package sets up the build that they come from:
 # prefix /usr, both forms of the library, the flags that Debian builds its own packages with.
 set(PLINTH_MAINTAINER "The Plinth authors <plinth@localhost>" CACHE STRING
