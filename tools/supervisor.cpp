@@ -229,7 +229,7 @@ void Supervisor::MoveOne(int index) {
         in->Move();
         if (inputFile.bad() && record.failedFile.empty()) {
             record.failedFile = order.input;
-            End(SIGKILL, false);
+            End(SIGKILL);
         }
         return;
     }
@@ -240,7 +240,7 @@ void Supervisor::MoveOne(int index) {
     outlet.Move();
     if (!file && record.failedFile.empty()) {
         record.failedFile = toErrors ? order.errors : order.output;
-        End(SIGKILL, false);
+        End(SIGKILL);
     }
     if (!file || !own) // nobody reads: the command is to find that out for itself
         outlet.Close();
@@ -249,11 +249,11 @@ void Supervisor::MoveOne(int index) {
 void Supervisor::OnSignals() {
     signalfd_siginfo info{};
     while (read(signals, &info, sizeof info) == static_cast<ssize_t>(sizeof info)) {
-        if (info.ssi_signo == SIGCHLD)
+        // What comes from the terminal has gone to the command as well, which may live on with it.
+        if (info.ssi_signo == SIGCHLD || info.ssi_code > 0)
             continue;
         record.stoppedBy = static_cast<int>(info.ssi_signo);
-        // What the terminal sends goes to the command as well.
-        End(record.stoppedBy, info.ssi_code > 0);
+        End(record.stoppedBy);
     }
     Reap();
 }
@@ -276,10 +276,10 @@ void Supervisor::OnTime() {
     if (limitAt && now >= *limitAt) {
         limitAt.reset();
         record.limitReached = true;
-        End(SIGINT, false);
+        End(SIGINT);
     }
     if (killAt && now >= *killAt)
-        End(SIGKILL, false);
+        End(SIGKILL);
     if (giveUpAt && now >= *giveUpAt) {
         giveUpAt.reset();
         gaveUp = true;
@@ -294,14 +294,13 @@ void Supervisor::OnTime() {
     }
 }
 
-void Supervisor::End(int signal, bool asked) {
+void Supervisor::End(int signal) {
     const Clock::time_point now = Clock::now();
     const bool again = killAt.has_value();
     limitAt.reset();
-    if (!asked)
-        for (const Process& below : Descendants(strangers))
-            if (!below.ended)
-                Send(below, signal);
+    for (const Process& below : Descendants(strangers))
+        if (!below.ended)
+            Send(below, signal);
     if (signal == SIGKILL) {
         killAt = now + betweenKills;
         if (!giveUpAt && !gaveUp)

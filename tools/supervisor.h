@@ -96,8 +96,8 @@ private:
     void OnSignals();
     void OnEnd();
     void OnTime();
-    /// Asks all descendants to end, and ends those that have not after a while.
-    void End(int signal, bool asked);
+    /// Sends a signal to all descendants, and SIGKILL to those that have not ended after a while.
+    void End(int signal);
     void Reap() const;
     void NameHolders() const;
     void ShowProgress();

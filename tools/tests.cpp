@@ -14,6 +14,8 @@
 #include <vector>
 
 #include <fcntl.h>
+#include <pty.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <gtest/gtest.h>
@@ -298,7 +300,7 @@ TEST_F(ToolTest, RunEndsAllThatTakesTooLong) {
     // One that listens, one that does not, and one that has left its parent.
     const char* const script = "trap '' INT; sleep 1000 & echo $!; "
                                "(setsid sleep 1000 & echo $!); echo $$; wait; sleep 1000";
-    Tool tool({PLINTH_RUN, "--timeout", "0.3", "--grace", "0.2", "sh", "-c", script});
+    Tool tool({PLINTH_RUN, "--timeout", "1", "--grace", "0.2", "sh", "-c", script});
     const Strings ids{tool.Line(), tool.Line(), tool.Line()};
     ExpectFound(tool.Rest(),
                 {"124 ", "plinth-run: time limit reached, ended by signal 9 (SIGKILL), "});
@@ -309,7 +311,7 @@ TEST_F(ToolTest, RunEndsAllThatTakesTooLong) {
 }
 
 TEST_F(ToolTest, RunHoldsTheLimitWhenNobodyTakesTheOutput) {
-    Tool tool({PLINTH_RUN, "-t", "0.2", "sh", "-c", "echo $$; exec yes"});
+    Tool tool({PLINTH_RUN, "-t", "1", "sh", "-c", "echo $$; exec yes"});
     const std::string id = tool.Line();
     for (int attempt = 0; attempt < 3000 && Runs(id); ++attempt)
         usleep(10000);
@@ -340,6 +342,30 @@ TEST_F(ToolTest, RunPassesSignalsOn) {
     tool.process.Interrupt();
     ExpectFound(tool.Rest(),
                 {"130 interrupted\nplinth-run: stopped by signal 2 (SIGINT), exit code 5, "});
+}
+
+TEST_F(ToolTest, RunLeavesTheKeyboardToTheCommand) {
+    const char* const script = "trap 'echo told once' INT; echo ready; "
+                               "n=0; while [ $n -lt 30 ]; do n=$((n+1)); sleep 0.02; done; exit 4";
+    int terminal = -1;
+    const pid_t child = forkpty(&terminal, nullptr, nullptr, nullptr);
+    if (child == 0)
+        execl(PLINTH_RUN, "plinth-run", "--grace", "0", "sh", "-c", script, nullptr);
+    std::string said;
+    char bytes[1000];
+    for (ssize_t got; (got = read(terminal, bytes, sizeof bytes)) > 0;) {
+        const bool before = said.find("ready") == std::string::npos;
+        said.append(bytes, static_cast<std::size_t>(got));
+        if (before && said.find("ready") != std::string::npos) {
+            EXPECT_EQ(write(terminal, "\x03", 1), 1);
+        }
+    }
+    close(terminal);
+    int status = 0;
+    waitpid(child, &status, 0);
+    EXPECT_EQ(WEXITSTATUS(status), 4) << said;
+    ExpectFound(said, {"told once", "plinth-run: exit code 4, "});
+    EXPECT_EQ(said.find("told once"), said.rfind("told once")) << said;
 }
 
 } // namespace
