@@ -29,6 +29,7 @@ constexpr auto patience = 500ms;     // with pipes that stay open, before they a
 constexpr auto betweenKills = 100ms; // a process may make others while it is being ended
 constexpr auto afterKill = 2s;       // for pipes that somebody out of reach holds
 constexpr auto betweenShows = 100ms;
+constexpr int betweenLooks = 20; // milliseconds
 constexpr const char* const streamNames[] = {"input", "output", "errors"};
 
 int DescriptorOf(std::ofstream& file) {
@@ -196,13 +197,24 @@ bool Supervisor::Moving() {
     return (in && in->Event() != nullptr) || out->Event() != nullptr || errors->Event() != nullptr;
 }
 
+/// Whether something is left that is to be ended.
+bool Supervisor::Lingering() const {
+    if (!killAt || gaveUp)
+        return false;
+    const std::vector<Process> left = Descendants(strangers);
+    return !std::all_of(left.begin(), left.end(), [](const Process& below) { return below.ended; });
+}
+
 void Supervisor::Loop() {
-    while (ended || Moving()) {
+    while (ended || Moving() || Lingering()) {
         // What comes first is looked at first, so the streams take turns.
         zelEvent* const roads[] = {in ? in->Event() : nullptr, out->Event(), errors->Event()};
         zelEvent* const events[] = {signalled.get(), ended.get(), roads[turn],
                                     roads[(turn + 1) % 3], roads[(turn + 2) % 3]};
-        const int fired = zelEvent::WaitAny(events, 5, Patience());
+        // Not every end is told to this process, so what lingers is looked at now and then.
+        const bool looking = !ended && !Moving();
+        const int fired =
+            zelEvent::WaitAny(events, 5, looking ? std::min(Patience(), betweenLooks) : Patience());
         if (fired == 0)
             OnSignals();
         else if (fired == 1)
@@ -218,7 +230,7 @@ void Supervisor::Loop() {
                 if (!outlet->IsFull())
                     outlet->Close();
             if (!Moving())
-                break;
+                break; // also if the command does not end
         }
     }
 }

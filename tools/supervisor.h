@@ -102,6 +102,7 @@ private:
     void NameHolders() const;
     void ShowProgress();
     [[nodiscard]] bool Moving();
+    [[nodiscard]] bool Lingering() const;
     [[nodiscard]] int Patience() const;
 
     const Order& order;

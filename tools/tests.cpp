@@ -297,11 +297,12 @@ TEST_F(ToolTest, RunMovesStreamsAndPassesTheCodeOn) {
 }
 
 TEST_F(ToolTest, RunEndsAllThatTakesTooLong) {
-    // One that listens, one that does not, and one that has left its parent.
+    // None of them listens to SIGINT. One has left the session, and one the pipes.
     const char* const script = "trap '' INT; sleep 1000 & echo $!; "
-                               "(setsid sleep 1000 & echo $!); echo $$; wait; sleep 1000";
+                               "(setsid sleep 1000 & echo $!); "
+                               "(sleep 1000 >/dev/null 2>&1 & echo $!); echo $$; wait; sleep 1000";
     Tool tool({PLINTH_RUN, "--timeout", "1", "--grace", "0.2", "sh", "-c", script});
-    const Strings ids{tool.Line(), tool.Line(), tool.Line()};
+    const Strings ids{tool.Line(), tool.Line(), tool.Line(), tool.Line()};
     ExpectFound(tool.Rest(),
                 {"124 ", "plinth-run: time limit reached, ended by signal 9 (SIGKILL), "});
     for (const std::string& id : ids)
