@@ -5,7 +5,6 @@
 #include <charconv>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <optional>
 #include <sstream>
 
@@ -26,8 +25,10 @@ std::string FolderOf(int id) {
 }
 
 std::string Content(const std::string& path) {
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
+    const std::ifstream file(path, std::ios::binary);
+    std::ostringstream content;
+    content << file.rdbuf(); // of a process that ends meanwhile, nothing
+    return content.str();
 }
 
 /// What the first line of a process says of it; nothing if it is gone.
