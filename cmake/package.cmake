@@ -66,6 +66,7 @@ set(CPACK_DEBIAN_PACKAGE_RELEASE ${release})
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON) # a program needs this version or a later one
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS_POLICY ">=")
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${PROJECT_BINARY_DIR}) # what the tools need of ours
 set(same_version "(= ${PROJECT_VERSION}-${release})")
 set(about "Containers and text, a portable binary encoding and framed messages over
 TCP, tasks (threads, child processes, asynchronous calls) with events that
@@ -99,5 +100,6 @@ set(CPACK_DEBIAN_TOOLS_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS "${runtime_name} ${same_version}")
 set(CPACK_DEBIAN_TOOLS_DESCRIPTION "${PROJECT_DESCRIPTION} (tools)
 ${about}
-This package holds the command line tools.")
+This package holds plinth-dump, which shows captured records and messages
+field by field, and plinth-run, which runs a command with a time limit.")
 include(CPack)
