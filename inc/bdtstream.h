@@ -3,9 +3,9 @@
 // Binary data streams: typed values to and from any stream buffer.
 //
 // A stream is in one of two modes, chosen when it is made. In portable mode any peer can read the
-// bytes: numbers are big-endian, 16-bit integers travel as 32 bits, text is neutral (see
-// mbconv.h). In raw mode values are the host's own bytes and text is native. docs/formats.md has
-// both, byte by byte.
+// bytes: numbers are big-endian, those with a fraction in the formats of IEEE 754, 16-bit integers
+// travel as 32 bits, text is neutral (see mbconv.h). In raw mode values are the host's own bytes
+// and text is native. docs/formats.md has both, byte by byte.
 //
 // Unlike the standard streams, nothing looks at the state before it acts and nothing clears it: a
 // stream that has failed goes on at the buffer's current place, and a caller looks at the state
