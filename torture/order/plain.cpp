@@ -1,0 +1,7 @@
+// SPDX-License-Identifier: MIT
+#include "torture/order/unit.h"
+
+namespace {
+const order::Late first;
+const order::Whole second;
+} // namespace
