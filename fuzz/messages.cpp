@@ -8,14 +8,10 @@
 #include <cstdlib>
 #include <string>
 
+#include "fuzz/support/require.h"
 #include "tests/scripted.h"
 
 namespace {
-
-void Require(bool holds) {
-    if (!holds)
-        std::abort();
-}
 
 /// Takes a message off `bytes`. False, with what there is of the payload, if it is not whole.
 bool TakeMessage(std::string& bytes, std::string& payload) {

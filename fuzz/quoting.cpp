@@ -9,12 +9,9 @@
 #include <sstream>
 #include <string>
 
-namespace {
+#include "fuzz/support/require.h"
 
-void Require(bool holds) {
-    if (!holds)
-        std::abort();
-}
+namespace {
 
 std::string Quoted(const std::string& text) {
     std::string quoted = "\"";

@@ -16,14 +16,10 @@
 #include <vector>
 
 #include "dsstring.h"
+#include "fuzz/support/require.h"
 #include "mbconv.h"
 
 namespace {
-
-void Require(bool holds) {
-    if (!holds)
-        std::abort();
-}
 
 constexpr int shortRead = bdtStream::eofbit | bdtStream::failbit;
 
