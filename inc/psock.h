@@ -59,8 +59,8 @@ public:
     static void Initialize();
     static void Shutdown(); ///< nothing, at any time
 
-    /// Whether the host names of both ends are equal. False also where one cannot be found out. Asks
-    /// the resolver, which may take its time.
+    /// Whether the host names of both ends are equal. False also where one cannot be found out.
+    /// Asks the resolver, which may take its time.
     bool IsOnTheSameMachine();
 };
 
