@@ -16,6 +16,11 @@ if(EXISTS ${PROJECT_SOURCE_DIR}/tools/CMakeLists.txt)
   list(APPEND components tools)
 endif()
 
+file(STRINGS CHANGELOG.md version_told REGEX "^## \\[" LIMIT_COUNT 1)
+if(NOT version_told MATCHES "\\[${PROJECT_VERSION}\\] - 20")
+  message(FATAL_ERROR "CHANGELOG.md begins with '${version_told}', and this is ${PROJECT_VERSION}")
+endif()
+
 # What each package has to hold of its own: the licence and two change logs. The one that runs also
 # makes the loader look at its library, by the trigger that is there for it.
 set(papers ${PROJECT_BINARY_DIR}/papers)
