@@ -125,6 +125,9 @@ TEST(Path, WalksByCharactersOfTheLocale) {
     EXPECT_EQ(Neutral(pfuOSPath("\xA5\x5C/\xA5\x7C/b")), "\xA5\x5C|\xA5\x7C|b");
     EXPECT_EQ(Trimmed("a\xA5\x5C\\|"), "a\xA5\x5C");
     EXPECT_EQ(Text(pfuDirPath("a\xA5\x7C", "b")), "a\xA5\x7C|b");
+    // Behind a byte that begins no character yet, a `|` would be taken into one.
+    EXPECT_EQ(Neutral(pfuOSPath("a\xA5/b/c")), "a\xA5/b|c");
+    EXPECT_EQ(Text(pfuDirPath("a\xA5", "b")), "a\xA5/b");
 }
 
 TEST(Path, LeavesTheHeapAlone) {
