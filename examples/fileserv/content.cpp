@@ -96,7 +96,7 @@ errstatus SumOf(const char* path, bool followLinks, Sum& sum) {
     if (status != errOK)
         return status;
     Sum found;
-    found.size = pfStat(pinned.Path()).fileSize();
+    found.size = pinned.Size();
     if (pfuFS::pfuCalcCheckSumByPath(pinned.Path(), found.checksum) != errOK)
         return Reason();
     sum = found;

@@ -22,6 +22,7 @@ errstatus PinnedFile::Find(const char* name, bool followLinks) {
     struct stat info;
     if (fstat(descriptor, &info) != 0)
         return errMapError();
+    size = info.st_size;
     switch (info.st_mode & S_IFMT) {
     case S_IFREG:
         return errOK;

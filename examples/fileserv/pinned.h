@@ -26,11 +26,14 @@ public:
 
     /// Leads to the file for as long as this object lives.
     [[nodiscard]] const char* Path() const { return path.c_str(); }
+    /// Bytes, as it was found: also where a `long` cannot count them.
+    [[nodiscard]] long long Size() const { return size; }
 
 private:
     errstatus Hold(int opened);
 
     int descriptor = -1;
+    long long size = 0;
     std::string path;
 };
 

@@ -16,6 +16,9 @@
 struct addrinfo;
 struct sockaddr;
 
+// _TIME_BITS would make a record that the library takes for another one.
+static_assert(sizeof(timeval::tv_sec) == sizeof(long), "a timeval as without _TIME_BITS=64");
+
 /// Resolves a node and a service as getaddrinfo does (POSIX.1-2017, RFC 3493): 0 and `*list`, or
 /// another number with the cause as the last error and `*list` null. An unknown name, and one that
 /// cannot be resolved now, are EADDRNOTAVAIL.
