@@ -20,25 +20,37 @@ namespace posix {
 namespace {
 
 struct Place {
-    std::uintptr_t code;   ///< the instruction that comes next
-    std::intptr_t result;  ///< what a system call just before it has given
-    std::uint16_t syscall; ///< the bytes of the instruction that makes a system call
+    std::uintptr_t code;  ///< the instruction that comes next
+    std::intptr_t result; ///< what a system call just before it has given
 };
 
+// A system call is made by an instruction of two bytes, `callCode` but for the bits outside of
+// `callMask`.
 #if defined(__x86_64__)
 constexpr bool isKnown = true;
+constexpr unsigned char callCode[] = {0x0F, 0x05}, callMask[] = {0xFF, 0xFF};
 Place PlaceOf(const ucontext_t& context) {
     return {static_cast<std::uintptr_t>(context.uc_mcontext.gregs[REG_RIP]),
-            static_cast<std::intptr_t>(context.uc_mcontext.gregs[REG_RAX]), 0x050F};
+            static_cast<std::intptr_t>(context.uc_mcontext.gregs[REG_RAX])};
 }
 #elif defined(__i386__)
+// However the kernel was entered, it goes back to behind this one in its own page.
 constexpr bool isKnown = true;
+constexpr unsigned char callCode[] = {0xCD, 0x80}, callMask[] = {0xFF, 0xFF};
 Place PlaceOf(const ucontext_t& context) {
     return {static_cast<std::uintptr_t>(context.uc_mcontext.gregs[REG_EIP]),
-            static_cast<std::intptr_t>(context.uc_mcontext.gregs[REG_EAX]), 0x80CD};
+            static_cast<std::intptr_t>(context.uc_mcontext.gregs[REG_EAX])};
+}
+#elif defined(__s390x__)
+constexpr bool isKnown = true;
+constexpr unsigned char callCode[] = {0x0A, 0x00}, callMask[] = {0xFF, 0x00}; // with its number
+Place PlaceOf(const ucontext_t& context) {
+    return {static_cast<std::uintptr_t>(context.uc_mcontext.psw.addr),
+            static_cast<std::intptr_t>(context.uc_mcontext.gregs[2])};
 }
 #else
 constexpr bool isKnown = false;
+constexpr unsigned char callCode[] = {0, 0}, callMask[] = {0, 0};
 Place PlaceOf(const ucontext_t&) {
     return {};
 }
@@ -75,12 +87,12 @@ public:
 
     /// True if the place is that of a system call in here that a signal has cut short.
     [[nodiscard]] bool HoldsSleeper(const Place& place) const {
-        std::uint16_t before = 0;
         if (place.result != -EINTR || !Holds(place.code))
             return false;
-        std::memcpy(&before, reinterpret_cast<const char*>(place.code) - sizeof before,
+        unsigned char before[sizeof callCode];
+        std::memcpy(before, reinterpret_cast<const char*>(place.code) - sizeof before,
                     sizeof before);
-        return before == place.syscall;
+        return (before[0] & callMask[0]) == callCode[0] && (before[1] & callMask[1]) == callCode[1];
     }
 
 private:
