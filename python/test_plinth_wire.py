@@ -1,6 +1,7 @@
 # SPDX-License-Identifier: MIT
 """plinth_wire against the vectors of docs/formats.md, and against programs in C++: the line server
-and the file service of examples/, whose folder of programs the environment names (PLINTH_EXAMPLES).
+and the file service of examples/, whose folder of programs the environment names (PLINTH_EXAMPLES),
+with the words of an emulator that they take (PLINTH_EMULATOR).
 """
 
 from __future__ import annotations
@@ -23,6 +24,7 @@ import plinth_wire as wire
 
 PAGE = pathlib.Path(__file__).resolve().parents[1] / "docs" / "formats.md"
 PROGRAMS = os.environ.get("PLINTH_EXAMPLES", "")
+EMULATOR = os.environ.get("PLINTH_EMULATOR", "").split()
 
 
 def vectors(name: str) -> list[tuple[str, str]]:
@@ -193,7 +195,7 @@ class Server:
 
     def __init__(self, *words: str) -> None:
         environment = dict(os.environ, LC_ALL="C.UTF-8")
-        self.process = subprocess.Popen(words, stdout=subprocess.PIPE, env=environment)
+        self.process = subprocess.Popen([*EMULATOR, *words], stdout=subprocess.PIPE, env=environment)
         assert self.process.stdout is not None
         self.said = self.process.stdout
         port = int(self.said.readline().split()[-1])

@@ -18,6 +18,10 @@ probe_of() {
     libbenchmark-dev) echo '/usr/include/benchmark/benchmark.h /usr/local/include/benchmark/benchmark.h' ;;
     dpkg-dev) echo dpkg-buildflags ;;
     abigail-tools) echo abidw ;;
+    g++-12-multilib) echo /usr/lib/gcc/x86_64-linux-gnu/12/32/libstdc++.a ;;
+    g++-s390x-linux-gnu) echo s390x-linux-gnu-g++ ;;
+    qemu-user-static) echo qemu-s390x-static ;;
+    googletest) echo /usr/src/googletest/googletest/src/gtest-all.cc ;;
     locales) echo /usr/share/i18n/locales/en_US ;;
     *) echo "$1" ;;
     esac

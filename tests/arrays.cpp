@@ -25,7 +25,7 @@ TEST(Array, AllocatesWholeBlocksAndOnlyWhenItMust) {
             EXPECT_TRUE(array.IsConsistent());
         }
     };
-    const unsigned int block = 256 / sizeof(char*);
+    const unsigned int block = sizeof(char*) == 4 ? 64 : 32;
     const std::string one = std::to_string(block), two = std::to_string(2 * block);
     const dsXACtrl shrinking(16, true), byDefault(0, true);
     run(Watched<char>(), {{0, ""}, {1, "alloc 256;"}, {256, ""}, {257, "realloc 512;"}});

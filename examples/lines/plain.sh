@@ -1,9 +1,9 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: MIT
-# plain.sh SERVER: starts lines_plain and talks to it as nc would. The status is 0 if its answers
+# plain.sh SERVER...: starts lines_plain and talks to it as nc would. The status is 0 if its answers
 # are right and it ends when it is asked to.
 set -euo pipefail
-coproc "$1"
+coproc "$@"
 server=$COPROC_PID
 trap 'kill "$server"' EXIT
 read -r _ _ _ port <&"${COPROC[0]}"
