@@ -31,6 +31,12 @@ foreach(name IN LISTS ground_headers)
     COMPONENT development)
 endforeach()
 
+# The harness for side effects, for anybody's test suite. It needs nothing of the library.
+foreach(name IN ITEMS hostpicture.h hostlistener.h)
+  install(FILES ${PROJECT_SOURCE_DIR}/testing/${name} DESTINATION ${include_folder}/testing
+    COMPONENT development)
+endforeach()
+
 set(libraries plinth)
 if(TARGET plinth_static)
   list(APPEND libraries plinth_static)
