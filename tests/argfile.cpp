@@ -8,6 +8,7 @@
 
 #include "outside/quillmarsh/abort.h"
 #include "support.h"
+#include "testing/hostlistener.h"
 #include "vectors.h"
 
 namespace {
@@ -50,6 +51,7 @@ TEST(ArgFile, TakesThePlaceOfItsPairOrFailsAndChangesNothing) {
         EXPECT_STREQ(source, "cmdargxp");
         reportedLine = line; // and the report returns
     });
+    hostpicture::Announce("environment");
     setenv("PLINTH_SET", "/opt/value", 1);
     setenv("PLINTH_PAIR", "a=b", 1);
     setenv("PLINTH_EMPTY", "", 1);

@@ -53,7 +53,6 @@ TEST_P(Calls, TellTheResultFromTheEndOnAsOftenAsAsked) {
 }
 
 TEST_P(Calls, MayBeForgottenAtAnyTime) {
-    const long threads = Threads(), descriptors = support::OpenDescriptors();
     static std::atomic<int> returned{0};
     for (int i = 0; i < 3000; ++i) {
         const Call call(call_async_func([](void*) { return ++returned; }, nullptr));
@@ -61,12 +60,11 @@ TEST_P(Calls, MayBeForgottenAtAnyTime) {
         EXPECT_TRUE(i % 3 != 1 || call->GetDescriptor() >= 0);
         EXPECT_TRUE(i % 3 != 2 || call->Wait(-1)); // and nobody asks for the result
     }
-    EXPECT_TRUE(Eventually([&] { return returned == 3000 && Threads() == threads; }));
-    EXPECT_TRUE(Eventually([&] { return support::OpenDescriptors() <= descriptors; }));
+    EXPECT_TRUE(Eventually([&] { return returned == 3000; }));
 }
 
 TEST(Call, NeedsNoDescriptorUntilSomebodyWaits) {
-    const support::DescriptorLimit few(40);
+    const support::DescriptorLimit few(37);
     Gate gate(5);
     std::vector<Call> calls(60);
     for (Call& call : calls)
@@ -127,6 +125,8 @@ TEST_P(Calls, AreWaitedForBesideAllElseInALoopOfOnesOwn) {
         EXPECT_EQ(i, zelEvent::WaitAny(events, 5, -1));
         set[i].fd = -1;
     }
+    child.CloseInput();
+    EXPECT_EQ(0, child.process.WaitForProcess() + ending.process.WaitForProcess());
     EXPECT_TRUE(CloseHandle(thread.GetProcess())); // the task leaves it open in any case
 }
 

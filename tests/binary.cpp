@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "tests/countnew.h"
+#include "tests/support.h"
 #include "tests/vectors.h"
 
 namespace {
@@ -113,6 +114,7 @@ std::string Written(const std::function<void(bdtOStream&)>& write, int portable,
 class BinaryStream : public testing::Test {
 protected:
     void SetUp() override { ASSERT_NE(std::setlocale(LC_ALL, "C.UTF-8"), nullptr); }
+    const support::LocaleKept kept;
 };
 
 // Both directions, with all of the bytes and with every number of them that is too small.

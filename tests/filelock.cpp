@@ -7,6 +7,7 @@
 #include <thread>
 #include <utility>
 
+#include <fcntl.h>
 #include <sys/mman.h>
 #include <sys/prctl.h>
 #include <sys/stat.h>
@@ -125,7 +126,7 @@ TEST_F(FileLock, IsNeitherHeldNorFreedByAForkedCopy) {
     ASSERT_EQ(lock->Lock(), errOK);
     const auto holdsNothing = [&] {
         const bool held = lock->Release() == errShared;
-        const int newcomer = dup(2); // with the number that the lock had
+        const int newcomer = open("/dev/null", O_RDONLY); // with the number that the lock had
         lock.reset();
         return held && close(newcomer) == 0 && other->Release() == errShared;
     };

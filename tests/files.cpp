@@ -309,6 +309,7 @@ TEST_F(Files, AreMatchedThroughWhateverADerivedClassReads) {
         EXPECT_STREQ(entry, any ? "untouched" : entry);
         return names;
     };
+    const support::LocaleKept kept;
     ASSERT_NE(std::setlocale(LC_CTYPE, "C.UTF-8"), nullptr);
     EXPECT_EQ(expand("*.txt"), Names({"one.txt", "two.txt", "\xC3\xA4.txt", "\xFF.txt"}));
     EXPECT_EQ(expand("?.txt"), Names({"\xC3\xA4.txt", "\xFF.txt"}));

@@ -13,7 +13,9 @@ namespace {
 
 class Managed : public pmManageTask {
 public:
-    explicit Managed(bool toEnd = false) : pmManageTask(true, false), ends(toEnd) {}
+    explicit Managed(bool toEnd = false) : pmManageTask(true, false), ends(toEnd) {
+        hostpicture::Announce(hostpicture::NameOf(zelTerminateSignal()));
+    }
     unsigned int ThreadRun() override {
         while (!ends)
             usleep(1000);

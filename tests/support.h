@@ -6,6 +6,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <clocale>
 #include <cstddef>
 #include <cstdlib>
 #include <filesystem>
@@ -15,6 +16,7 @@
 #include <thread>
 #include <vector>
 
+#include <fcntl.h>
 #include <linux/filter.h>
 #include <linux/seccomp.h>
 #include <signal.h>
@@ -67,12 +69,28 @@ private:
     std::filesystem::path former = std::filesystem::current_path();
 };
 
-/// No descriptor number from `limit` on can be had while it lives.
+/// The locale is set back at its end.
+class LocaleKept {
+public:
+    LocaleKept() = default;
+    LocaleKept(const LocaleKept&) = delete;
+    LocaleKept& operator=(const LocaleKept&) = delete;
+    ~LocaleKept() { std::setlocale(LC_ALL, former.c_str()); }
+
+private:
+    const std::string former = std::setlocale(LC_ALL, nullptr);
+};
+
+/// So many descriptors can be had while it lives, and no more.
 class DescriptorLimit {
 public:
-    explicit DescriptorLimit(rlim_t limit) {
+    explicit DescriptorLimit(int spare) {
         getrlimit(RLIMIT_NOFILE, &former);
-        const rlimit lower{limit, former.rlim_max};
+        rlimit lower = former;
+        for (lower.rlim_cur = 0; spare >= 0 && lower.rlim_cur < former.rlim_cur; ++lower.rlim_cur)
+            spare -= fcntl(static_cast<int>(lower.rlim_cur), F_GETFD) < 0;
+        if (spare < 0)
+            --lower.rlim_cur;
         setrlimit(RLIMIT_NOFILE, &lower);
     }
     DescriptorLimit(const DescriptorLimit&) = delete;

@@ -17,7 +17,8 @@
 
 #include "outside/quillmarsh/multibyte.h"
 #include "outside/varnholt/text.h"
-#include "vectors.h"
+#include "tests/support.h"
+#include "tests/vectors.h"
 
 namespace {
 
@@ -61,6 +62,7 @@ protected:
         if (std::setlocale(LC_ALL, GetParam()) == nullptr)
             GTEST_SKIP() << "this host has no locale " << GetParam();
     }
+    const support::LocaleKept kept;
 };
 INSTANTIATE_TEST_SUITE_P(Locales, NativeText,
                          testing::Values("C", "C.UTF-8", "en_US.ISO-8859-1", "zh_TW.BIG5"));
@@ -159,6 +161,7 @@ TEST(NeutralText, HasTheBytesOnThePage) {
 }
 
 TEST(NeutralText, ConvertsBlocksOfPieces) {
+    const support::LocaleKept kept;
     if (std::setlocale(LC_ALL, "en_US.ISO-8859-1") == nullptr)
         GTEST_SKIP() << "this host has no locale en_US.ISO-8859-1";
     // The list and the NUL behind it; nothing where the block does not convert.

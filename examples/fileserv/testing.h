@@ -149,6 +149,7 @@ protected:
         EXPECT_EQ(TreeOf(outside), (std::map<std::string, std::string>{{"secret", "secret"}}));
     }
 
+    const support::LocaleKept kept;
     support::TempFolder temp;
     const fs::path served = temp.path / "served", outside = temp.path / "outside";
 };

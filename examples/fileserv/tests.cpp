@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include "mirror.h"
+#include "testing/hostlistener.h"
 
 namespace fileserv {
 
@@ -218,6 +219,7 @@ TEST_F(FileServiceTest, SeveralServersWorkBehindABalancer) {
         const Server free(served); // a port that was free a moment ago
         port = free.port;
     }
+    hostpicture::Announce("environment");
     setenv("FILESERV_PORT", std::to_string(port).c_str(), 1);
     setenv("FILESERV_ONE", std::to_string(one.port).c_str(), 1);
     setenv("FILESERV_TWO", std::to_string(two.port).c_str(), 1);
