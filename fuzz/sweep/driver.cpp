@@ -18,9 +18,10 @@
 #include "budget.h"
 #include "complete.h"
 #include "errors.h"
-#include "picture.h"
+#include "outside/win32/threads.h"
 #include "posix/faultplan.h"
 #include "sweep.h"
+#include "testing/hostpicture.h"
 
 namespace {
 
@@ -96,19 +97,20 @@ void RunBare(const sweep::Scenario& scenario) {
 
 /// Runs the scenario once. Whether the heap has grown.
 bool RunOnce(const sweep::Scenario& scenario) {
-    const sweep::Picture before;
+    hostpicture::Watch watch;
+    watch.Announce(hostpicture::NameOf(zelTerminateSignal())); // taken by the first kill
     const long blocks = budget::LiveBlocks();
     RunBare(scenario);
     // A thread or a child that ends may take a moment.
     for (const auto limit = Clock::now() + std::chrono::seconds(1);; usleep(500)) {
         const long grown = budget::LiveBlocks() - blocks;
-        const std::string more = sweep::Picture().Beside(before);
+        const std::string more = watch.Differences(std::chrono::milliseconds(0));
         if (more.empty() && grown <= 0)
             return false;
         if (Clock::now() < limit)
             continue;
         if (!more.empty())
-            Fail("leaves%s", more.c_str() + 1);
+            Fail("leaves %s", more.c_str());
         return grown > 0;
     }
 }
