@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdlib>
 #include <fstream>
 #include <sstream>
 #include <string>
@@ -19,7 +20,8 @@ struct Vector {
 
 /// The cases in the block of the page that is marked "vectors <name>".
 inline std::vector<Vector> Vectors(const std::string& name) {
-    std::ifstream page(PLINTH_FORMATS_PAGE);
+    const char* const moved = std::getenv("PLINTH_FORMATS_PAGE");
+    std::ifstream page(moved != nullptr ? moved : PLINTH_FORMATS_PAGE);
     std::vector<Vector> cases;
     bool inside = false;
     for (std::string line; std::getline(page, line);) {
