@@ -30,7 +30,8 @@ private:
 };
 
 /// poll until something is ready or the deadline has passed. The result is poll's, but it is
-/// never -1 with EINTR. At least one look is taken, also after the deadline.
+/// never -1 with EINTR. At least one look is taken, also after the deadline. Several entries of one
+/// descriptor count as one against the limit on descriptors.
 int PollUntil(pollfd* set, nfds_t count, const Deadline& deadline);
 
 } // namespace posix

@@ -34,7 +34,7 @@ bool HasFired(const pollfd& entry) {
 }
 
 /// The descriptors that can fire, in the order of their events, each with the index of its event.
-/// Events without one are left out: the system counts every entry against its limit on descriptors.
+/// Events without one are left out.
 /// The usual handful of events costs no heap.
 class PollSet {
 public:
