@@ -34,7 +34,8 @@ struct Signal {
     void Give() { EXPECT_EQ(write(ends[1], "x", 1), 1); }
     void Wait() {
         char byte;
-        EXPECT_EQ(read(ends[0], &byte, 1), 1);
+        while (read(ends[0], &byte, 1) != 1)
+            ASSERT_EQ(errno, EINTR);
     }
     int ends[2];
 };

@@ -34,7 +34,10 @@ protected:
     /// What the process ends with, -1 if by a signal.
     static int EndOf(pid_t child) {
         int status = -1;
-        return waitpid(child, &status, 0) > 0 && WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+        pid_t ended;
+        while ((ended = waitpid(child, &status, 0)) == -1 && errno == EINTR)
+            continue;
+        return ended > 0 && WIFEXITED(status) ? WEXITSTATUS(status) : -1;
     }
     /// True if `work` is so in a forked process, without the rights of root if `asNobody` is set.
     template <typename Work>
