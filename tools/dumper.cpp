@@ -197,13 +197,13 @@ bool Dumper::DumpField(const Field& field, const std::string& index) {
 
 void Dumper::DumpRest(const std::string& name, const std::string& fault) {
     std::string piece(pieceSize, '\0');
-    const std::size_t most = look.rows != 0 ? look.rows * rowBytes : SIZE_MAX;
+    const std::uint64_t most = look.rows != 0 ? look.rows * rowBytes : UINT64_MAX;
     std::uint64_t shown = 0, skipped = 0;
     for (;;) {
         const std::uint64_t start = source.Offset();
         const auto got = static_cast<std::size_t>(source.sgetn(piece.data(), std::ssize(piece)));
         source.Forget();
-        const std::size_t part = std::min<std::uint64_t>(got, most - shown);
+        const auto part = static_cast<std::size_t>(std::min<std::uint64_t>(got, most - shown));
         if (part != 0 || shown == 0)
             Rows(start, std::string_view(piece).substr(0, part), shown == 0 ? name : "", "",
                  shown == 0 ? fault : "", true);
