@@ -53,7 +53,8 @@ TEST(HostPicture, ShowsWhateverIsLeftBehindUnlessItWasAnnounced) {
         {"child", "child .*: none -> test_hostpictur",
          [&](bool on) {
              if (on && (child = fork()) == 0)
-                 _exit(pause());
+                 for (;;)
+                     pause();
              if (!on)
                  kill(child, SIGKILL), waitpid(child, nullptr, 0);
          }},
@@ -76,7 +77,7 @@ TEST(HostPicture, ShowsWhateverIsLeftBehindUnlessItWasAnnounced) {
         {"environment PLINTH_SET", "environment PLINTH_SET: none -> \"x=\"",
          [](bool on) { on ? setenv("PLINTH_SET", "x=", 1) : unsetenv("PLINTH_SET"); }},
     };
-    std::setlocale(LC_CTYPE, "C");
+    std::setlocale(LC_ALL, "C");
     std::filesystem::current_path(folder.path);
     for (const auto& [subject, told, plant] : plants) {
         hostpicture::Watch watch;

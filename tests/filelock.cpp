@@ -108,9 +108,13 @@ TEST_F(FileLock, OfAKilledProcessIsFreeAtOnceWhateverItHasLaunchedOrForked) {
         Fork([&] {
             locked.Give();
             char byte; // so does the copy
-            return static_cast<int>(read(0, &byte, 1));
+            while (read(0, &byte, 1) < 0)
+                continue;
+            return 0;
         });
-        return pause();
+        for (;;)
+            pause();
+        return 1;
     });
     locked.Wait();
     EXPECT_EQ(lock->Release(), errShared);

@@ -230,8 +230,8 @@ pid_t ForkAs(pid_t wanted) {
     for (int i = 0; i < 100; ++i) {
         std::ofstream("/proc/sys/kernel/ns_last_pid") << wanted - 1;
         const pid_t id = fork();
-        if (id == 0)
-            _exit((pause(), 0));
+        while (id == 0)
+            pause();
         if (id == wanted)
             return id;
         kill(id, SIGTERM);

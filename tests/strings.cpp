@@ -176,6 +176,7 @@ TEST_F(String, ShowsNumbersAsTheGlobalLocaleDoes) {
         char do_thousands_sep() const override { return '.'; }
         std::string do_grouping() const override { return "\3"; }
     };
+    const support::LocaleKept kept;
     const std::locale classic = std::locale::classic();
     for (const std::locale& locale : {classic, std::locale(classic, new Grouping)}) {
         std::locale::global(locale);
