@@ -28,7 +28,9 @@ struct Guarded {
     std::uint32_t section;
     int contenders;
 };
-using GuardedWord [[gnu::may_alias]] = std::uint64_t;
+using GuardedWord [[gnu::may_alias, gnu::aligned(8)]] = std::uint64_t;
+// One with a lock of its own would not keep out those who change the section alone.
+static_assert(__atomic_always_lock_free(sizeof(GuardedWord), nullptr));
 
 // What a thread does to the contenders. They are below 0 while all of them wait and none owns the
 // mutex; who comes across that owns it, whether it has waited or not.
@@ -86,7 +88,7 @@ inline int proMutex::ChangeContenders() {
     static_assert(offsetof(proMutex, contenders) == offsetof(proMutex, tryHandle) + 4);
     static_assert(offsetof(proMutex, tryHandle) % sizeof(GuardedWord) == 0);
     auto* const word = reinterpret_cast<GuardedWord*>(&tryHandle);
-    auto seen = std::bit_cast<Guarded>(Read(*word));
+    auto seen = std::bit_cast<Guarded>(__atomic_load_n(word, __ATOMIC_RELAXED));
     while (seen.section == 0) {
         const Guarded wanted{0, Change(seen.contenders)};
         auto bits = std::bit_cast<std::uint64_t>(seen);
@@ -110,15 +112,16 @@ inline int proMutex::ChangeContenders() {
 
 /// Makes this thread, which waits, the owner if there is none.
 bool proMutex::TakeTurn() {
-    const int seen = __atomic_load_n(&contenders, __ATOMIC_SEQ_CST);
-    if (seen >= 0)
+    if (__atomic_load_n(&contenders, __ATOMIC_SEQ_CST) >= 0)
         return false;
-    // The new owner leaves the mark for those that may sleep behind it.
-    mainHandle.state = seen == -1 ? 0 : 2;
-    return ChangeContenders<TookTurn>() < 0;
+    const int before = ChangeContenders<TookTurn>();
+    if (before < -1)
+        mainHandle.state = 2; // others may sleep, and whoever woke this thread took the mark away
+    return before < 0;
 }
 
-/// Gives way to other threads once before it sleeps: most owners are done by then, and neither side
+/// `mainHandle` is only slept at here, marked with 2 as long as somebody may sleep. Gives way to
+/// other threads once before it sleeps: most owners are done by then, and neither side
 /// has to ask the system to sleep or to wake.
 [[gnu::noinline]] void proMutex::WaitForTurn() {
     zelStopShield shield; // a stopped thread must not take along what wakes the others

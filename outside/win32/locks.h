@@ -28,7 +28,8 @@ inline void DeleteCriticalSection(CRITICAL_SECTION*) {} ///< does nothing
 /// The rest of entering and leaving, where others hold the section or wait for it. A thread that is
 /// stopped in there leaves no wake-up owing to the others.
 ZEL_EXPORT void zelEnterHeldSection(CRITICAL_SECTION* section);
-/// Behind a shield of the caller's, and back after any wake-up.
+/// Back after any wake-up, a false one included; whoever is stopped in there passes his on.
+/// Requires: the state was 2, or there is no sleep.
 void zelSleepAtHeldSection(CRITICAL_SECTION* section, zelStopShield& shield);
 ZEL_EXPORT void zelLeaveSharedSection(CRITICAL_SECTION* section); ///< the rest of leaving
 
