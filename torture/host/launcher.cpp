@@ -74,9 +74,10 @@ void Prepare(std::string_view condition, const std::string& report) {
         variable("TZ", "XXX-13:47:11YYY-14:59:59,0/-167,365/167");
     else if (condition == "bad-zone")
         variable("TZ", "::no/such//zone\xFF=");
-    else if (condition == "user")
+    else if (condition == "user") {
+        variable("PATH", "/usr/local/bin:/usr/bin:/bin"); // an ordinary user's, without root's own
         BecomeAnOrdinaryUser();
-    else
+    } else
         Die("there is no such condition");
 }
 
