@@ -71,7 +71,7 @@ void Prepare(std::string_view condition, const std::string& report) {
     } else if (condition == "C" || condition == "C.UTF-8" || condition == "en_US.ISO-8859-1")
         variable("PLINTH_HOST_LOCALE", std::string(condition).c_str());
     else if (condition == "odd-zone")
-        variable("TZ", "XXX-13:47:11YYY-14:59:59,0/-167,365/167");
+        variable("TZ", "AAA-13:47:11BBB-14:59:59,0/-167,365/167");
     else if (condition == "bad-zone")
         variable("TZ", "::no/such//zone\xFF=");
     else if (condition == "user") {
