@@ -22,6 +22,12 @@ probe_of() {
     g++-s390x-linux-gnu) echo s390x-linux-gnu-g++ ;;
     qemu-user-static) echo qemu-s390x-static ;;
     googletest) echo /usr/src/googletest/googletest/src/gtest-all.cc ;;
+    libapr1-dev) echo /usr/include/apr-1.0/apr.h ;;
+    libboost-all-dev) echo /usr/include/boost/process.hpp ;;
+    libcereal-dev) echo /usr/include/cereal/cereal.hpp ;;
+    libglib2.0-dev) echo /usr/include/glib-2.0/gio/gio.h ;;
+    libpoco-dev) echo /usr/include/Poco/Net/StreamSocket.h ;;
+    python3-matplotlib) echo /usr/lib/python3/dist-packages/matplotlib/__init__.py ;;
     locales) echo /usr/share/i18n/locales/en_US ;;
     *) echo "$1" ;;
     esac
