@@ -75,6 +75,8 @@ class Row:
         for run in results["benchmarks"]:
             if run.get("run_type") == "aggregate":
                 continue
+            if run.get("error_occurred"):
+                raise SystemExit(f"{name}: {run['run_name']}: {run['error_message']}")
             measure, contender, *size = run["run_name"].removesuffix("/real_time").split("|")
             size = int(size[0].split("/")[0]) if size else 0
             contender = contender.split("/iterations")[0].split("/min_time")[0]
