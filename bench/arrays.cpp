@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
-// Appending to a byte array beside std::vector: in blocks as a socket delivers them, in small
-// blocks, and byte by byte; alone, and in a second thread, which has an arena of its own.
+// Appending to a byte array beside std::vector in a second thread, which has an arena of its own:
+// in blocks as a socket delivers them, and in small blocks.
 #include <dsdatcol.h>
 
 #include <thread>
@@ -20,14 +20,12 @@ struct Vector {
     void Append(unsigned int count, const char* source) {
         bytes.insert(bytes.end(), source, source + count);
     }
-    void Put(char c) { bytes.push_back(c); }
     const char* Data() const { return bytes.data(); }
 };
 
 struct Array {
     dsXArray<char> bytes{nullptr};
     void Append(unsigned int count, const char* source) { bytes.Append(count, source); }
-    void Put(char c) { bytes += c; }
     const char* Data() const { return bytes.GetDataPtr(); }
 };
 
@@ -40,29 +38,11 @@ void FillInBlocks(Size size, unsigned int count) {
 }
 
 template <typename Container>
-void Blocks(benchmark::State& state) {
-    for (auto _ : state)
-        FillInBlocks<Container>(state.range(0), static_cast<unsigned int>(state.range(1)));
-    state.SetBytesProcessed(state.iterations() * state.range(0));
-}
-
-template <typename Container>
 void BlocksInThread(benchmark::State& state) {
     for (auto _ : state)
         std::thread([&] {
             FillInBlocks<Container>(state.range(0), static_cast<unsigned int>(state.range(1)));
         }).join();
-    state.SetBytesProcessed(state.iterations() * state.range(0));
-}
-
-template <typename Container>
-void Bytes(benchmark::State& state) {
-    for (auto _ : state) {
-        Container container;
-        for (Size done = 0; done < state.range(0); ++done)
-            container.Put(static_cast<char>(done));
-        benchmark::DoNotOptimize(container.Data());
-    }
     state.SetBytesProcessed(state.iterations() * state.range(0));
 }
 
@@ -72,11 +52,7 @@ void Sizes(benchmark::internal::Benchmark* bench) {
     bench->Args({1 << 20, 100});
 }
 
-BENCHMARK_TEMPLATE(Blocks, Vector)->Apply(Sizes);
-BENCHMARK_TEMPLATE(Blocks, Array)->Apply(Sizes);
 BENCHMARK_TEMPLATE(BlocksInThread, Vector)->Apply(Sizes);
 BENCHMARK_TEMPLATE(BlocksInThread, Array)->Apply(Sizes);
-BENCHMARK_TEMPLATE(Bytes, Vector)->Arg(1 << 20)->Arg(64 << 20)->Unit(benchmark::kMicrosecond);
-BENCHMARK_TEMPLATE(Bytes, Array)->Arg(1 << 20)->Arg(64 << 20)->Unit(benchmark::kMicrosecond);
 
 } // namespace
