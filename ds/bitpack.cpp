@@ -1,14 +1,20 @@
 // SPDX-License-Identifier: MIT
 //
 // The packed form: runs of the byte 0 as a marker and a count, everything else as it is.
+//
+// The number in front is decimal whatever the stream makes of numbers: another base, a width, or a
+// locale that groups digits would write what other programs cannot read, and take data for a part
+// of what they wrote.
 #include "ds/bitpack.h"
 
 #include <algorithm>
 #include <array>
 #include <climits>
+#include <cstdint>
 #include <cstring>
 #include <istream>
 #include <ostream>
+#include <string>
 
 #include "dsbitset.h"
 
@@ -65,12 +71,28 @@ const char* FindZero(const char* from, const char* end) {
     return zero != nullptr ? static_cast<const char*>(zero) : end;
 }
 
+/// A number that is there and fits; else the stream fails. The end of the stream ends the block,
+/// whatever the number says.
+void SkipCount(std::istream& is) {
+    constexpr std::uint64_t tooLarge = std::uint64_t{UINT32_MAX} + 1;
+    std::uint64_t count = 0;
+    bool there = false;
+    is >> std::ws;
+    for (int c; (c = is.peek()) >= '0' && c <= '9'; is.ignore()) {
+        count = std::min(count * 10 + static_cast<unsigned int>(c - '0'), tooLarge);
+        there = true;
+    }
+    if (!there || count == tooLarge)
+        is.setstate(std::ios::failbit);
+}
+
 } // namespace
 
 int Pack(const char* data, unsigned int count, std::ostream& os) {
     if (data == nullptr || count == 0)
         return 1;
-    os << count;
+    const std::string digits = std::to_string(count);
+    os.write(digits.data(), std::ssize(digits));
     PackBuffer out(os);
     const char* const end = data + count;
     while (data != end && !os.fail()) {
@@ -88,8 +110,7 @@ int Pack(const char* data, unsigned int count, std::ostream& os) {
 }
 
 std::size_t UnpackAtMost(std::istream& is, char* target, std::size_t limit) {
-    unsigned int announced = 0; // the end of the stream ends the block, whatever the count says
-    is >> announced;
+    SkipCount(is);
     std::array<char, bufferSize> bytes;
     std::size_t stored = 0;
     bool inRun = false; // the marker was the last byte of the buffer before

@@ -20,16 +20,13 @@ struct Unpacked {
         std::size_t at = 0;
         while (at < block.size() && std::isspace(static_cast<unsigned char>(block[at])) != 0)
             ++at;
-        const std::size_t digits = at;
-        if (at < block.size() && (block[at] == '+' || block[at] == '-'))
-            ++at;
         const std::size_t first = at;
         while (at < block.size() && block[at] >= '0' && block[at] <= '9')
             ++at;
         // No number, or one too large: nothing behind it is read.
-        std::istringstream count(block.substr(digits, at - digits));
+        std::istringstream count(block.substr(first, at - first));
         unsigned int announced = 0;
-        if (at == first || !(count >> announced))
+        if (!(count >> announced))
             return;
         for (; at < block.size() && !torn; ++at) {
             if (block[at] != 0)
