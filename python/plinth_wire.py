@@ -105,8 +105,12 @@ def encode_value(kind: str, value: Any) -> bytes:
     if kind in ("text", "wide"):
         if value is None:
             return struct.pack(">i", -1)
+        if not isinstance(value, str):
+            raise ValueError(f"{value!r} is no {kind}")
         return _prefixed(to_neutral(value) + (b"\0" if kind == "wide" else b""))
     if kind == "block":
+        if not isinstance(value, (bytes, bytearray, memoryview)):
+            raise ValueError(f"{value!r} is no {kind}")  # of a number, bytes() makes zeros
         return _prefixed(bytes(value))
     raise ValueError(f"no kind of value: {kind!r}")
 
@@ -231,9 +235,15 @@ def _gather(stream: Source, count: int) -> bytes:
 # Packed bit sets. A set is its size and the indices that are on; str(sorted(indices)) is its text.
 
 
+def _bytes_of_set(size: int) -> int:
+    if not 0 <= size <= LARGEST:
+        raise ValueError(f"no set has {size} bits")
+    return size // 8 + 1
+
+
 def pack_bits(size: int, indices: Iterable[int]) -> bytes:
     """The packed form of a set of `size` bits, of which those are on."""
-    stored = bytearray(size // 8 + 1)
+    stored = bytearray(_bytes_of_set(size))
     for index in indices:
         if not 0 <= index < size:
             raise ValueError(f"no bit {index} in {size}")
@@ -261,10 +271,11 @@ def pack_bytes(stored: bytes) -> bytes:
 def unpack_bits(size: int, packed: bytes) -> set[int]:
     """The indices that are on in a packed set of `size` bits."""
     items = packed.lstrip(b"0123456789")
-    if len(items) == len(packed):
+    count = packed[: len(packed) - len(items)]
+    if not count or len(count.lstrip(b"0")) > 10 or int(count[-10:]) > 0xFFFFFFFF:
         raise WireError("a block without a count")
     stored = bytearray()
-    needed = size // 8 + 1
+    needed = _bytes_of_set(size)
     at = 0
     while at < len(items) and len(stored) <= needed:
         if items[at] != 0:

@@ -1,7 +1,8 @@
 # SPDX-License-Identifier: MIT
-"""plinth_wire against the vectors of docs/formats.md, and against programs in C++: the line server
-and the file service of examples/, whose folder of programs the environment names (PLINTH_EXAMPLES),
-with the words of an emulator that they take (PLINTH_EMULATOR).
+"""plinth_wire against the vectors of docs/formats.md, against the library, and against programs in
+C++: the line server and the file service of examples/. The environment names the program through
+which the library talks (PLINTH_PARTNER), the folder of the examples (PLINTH_EXAMPLES), and the words
+of an emulator that they take (PLINTH_EMULATOR).
 """
 
 from __future__ import annotations
@@ -23,6 +24,7 @@ from typing import Any
 import plinth_wire as wire
 
 PAGE = pathlib.Path(__file__).resolve().parents[1] / "docs" / "formats.md"
+PARTNER = os.environ.get("PLINTH_PARTNER", "")
 PROGRAMS = os.environ.get("PLINTH_EXAMPLES", "")
 EMULATOR = os.environ.get("PLINTH_EMULATOR", "").split()
 
@@ -185,9 +187,146 @@ class Hostile(unittest.TestCase):
             ("character", "\U0001f600"),
             ("text", "a\0b"),
             ("float", 1e39),
+            ("block", 5),
+            ("text", b"a"),
             ("nothing", 1),
         ):
             self.assertRaises(ValueError, wire.encode, kind, value)
+        self.assertRaises(ValueError, wire.pack_bits, -1, [])
+
+
+@unittest.skipUnless(PARTNER, "PLINTH_PARTNER does not name the program")
+class Library(unittest.TestCase):
+    """The module and the library agree on what any bytes mean, and write the same."""
+
+    INTEGERS = {
+        "char": (-0x80, 0x7F),
+        "uchar": (0, 0xFF),
+        "short": (-0x8000, 0x7FFF),
+        "ushort": (0, 0xFFFF),
+        "int": (-0x80000000, 0x7FFFFFFF),
+        "uint": (0, 0xFFFFFFFF),
+        "long": (-0x80000000, 0x7FFFFFFF),
+        "ulong": (0, 0xFFFFFFFF),
+    }
+    OTHERS = ("character", "text", "wide", "block")
+    CHARACTERS = (
+        "\x01\x7f\x80\u07ff\u0800\ud7ff\ud800\udfff\ue000\ufffd\uffff\U00010000\U0010ffff"
+    )
+
+    def setUp(self) -> None:
+        self.rng = random.Random(4711)
+        # pylint: disable=consider-using-with
+        self.process = subprocess.Popen(
+            [*EMULATOR, PARTNER], stdin=subprocess.PIPE, stdout=subprocess.PIPE
+        )
+        self.addCleanup(self.stop)
+
+    def stop(self) -> None:
+        self.process.communicate()
+        self.assertEqual(self.process.returncode, 0)
+
+    def ask(self, what: str, size: int, data: bytes) -> tuple[bool, bytes]:
+        assert self.process.stdin is not None and self.process.stdout is not None
+        self.process.stdin.write(wire.encode("text int block", what, size, data))
+        self.process.stdin.flush()
+        good, length = struct.unpack(">ii", self.process.stdout.read(8))
+        return bool(good), self.process.stdout.read(length)
+
+    def value(self, kind: str) -> Any:
+        rng = self.rng
+        if kind in self.INTEGERS:
+            smallest, largest = self.INTEGERS[kind]
+            return rng.choice((smallest, 0, largest, rng.randint(smallest, largest)))
+        if kind == "float":
+            return struct.unpack(">f", struct.pack(">f", rng.uniform(-1e38, 1e38)))[0]
+        if kind == "double":
+            return rng.choice((rng.uniform(-1e308, 1e308), float("inf"), -0.0, 5e-324))
+        if kind == "character":
+            return chr(rng.choice((rng.randrange(0xD800), rng.randrange(0xE000, 0x10000))))
+        if kind == "block":
+            return rng.randbytes(rng.choice((0, 1, rng.randrange(9000), 70000)))
+        if rng.random() < 0.1:
+            return None
+        return "".join(
+            rng.choice((rng.choice(self.CHARACTERS), chr(rng.randrange(1, 0x110000))))
+            for _ in range(rng.choice((0, 1, rng.randrange(300))))
+        )
+
+    def damaged(self, data: bytes, pieces: tuple[bytes, ...]) -> bytes:
+        """The bytes with some of them cut off, overwritten, put in or added."""
+        rng = self.rng
+        at = rng.randrange(len(data) + 1)
+        near = rng.randrange(min(9, len(data) + 1))
+        piece = rng.choice((*pieces, rng.randbytes(rng.randrange(4))))
+        return rng.choice(
+            (
+                data[:at],
+                data[:at] + piece + data[at + len(piece) :],
+                data[:near] + piece + data[near + len(piece) :],
+                data[:near] + piece + data[near:],
+                data + piece,
+            )
+        )
+
+    def test_records(self) -> None:
+        exact = (*self.INTEGERS, *self.OTHERS)
+        seen = set()
+        for _ in range(2000):
+            damaging = self.rng.random() < 0.5  # not to bits that are no number
+            choice = exact if damaging else (*exact, "float", "double")
+            names = self.rng.choices(choice, k=self.rng.randrange(1, 6))
+            kinds = " ".join(names)
+            data = wire.encode(kinds, *map(self.value, names))
+            if damaging:
+                lengths = (b"\x7f\xff\xff\xff", b"\xff\xff\xff\xff", b"\x80\0\0\0", b"\0\0\0\1")
+                data = self.damaged(data, lengths)
+            good, written = self.ask(kinds, 0, data)
+            seen.add((damaging, good))
+            with self.subTest(kinds=kinds, data=data[:100]):
+                if not good:
+                    self.assertRaises(wire.WireError, wire.decode, kinds, data)
+                    continue
+                values = wire.decode(kinds, data)
+                # For the library a null string is an empty one, once it is read.
+                texts = ("" if value is None else value for value in values)
+                self.assertEqual(wire.encode(kinds, *texts), written)
+        self.assertEqual(seen, {(False, True), (True, True), (True, False)})
+
+    def test_bit_sets(self) -> None:
+        seen = set()
+        for _ in range(2000):
+            size = self.rng.choice((0, 7, 8, 9, 255, 2039, 2040, 2041, self.rng.randrange(5000)))
+            density = self.rng.choice((0, 0.001, 0.1, 1))
+            on = {0, *(i for i in range(1, size) if self.rng.random() < density)}
+            data = wire.pack_bits(size, on) if size else b"1\0\1"
+            if self.rng.random() < 0.5:
+                data = self.damaged(data, (b"\0", b"\0\0", b"\0\1", b"4294967296", b"9"))
+            if data[:1] in (b" ", b"\t", b"\n", b"\v", b"\f", b"\r"):
+                continue  # which the library skips, and nobody writes
+            good, written = self.ask("bits", size, data)
+            seen.add(good)
+            with self.subTest(size=size, data=data[:100]):
+                if not good:
+                    self.assertRaises(wire.WireError, wire.unpack_bits, size, data)
+                    continue
+                indices = wire.unpack_bits(size, data)
+                text, _, packed = written.partition(b"\n")
+                self.assertEqual(text.decode(), str(sorted(indices)))
+                self.assertEqual(wire.unpack_bits(size, packed), indices)
+        self.assertEqual(seen, {True, False})
+
+    def test_checksums(self) -> None:
+        with tempfile.NamedTemporaryFile() as file:
+            for size in (0, 1, 255, 65536, 200001):
+                data = self.rng.randbytes(size)
+                file.seek(0)
+                file.truncate()
+                file.write(data)
+                file.flush()
+                good, written = self.ask("sum", 0, file.name.encode())
+                self.assertTrue(good)
+                self.assertEqual(wire.decode("uint", written), [wire.checksum(data)])
 
 
 class Server:
