@@ -103,7 +103,6 @@ void Dumper::DumpRecords() {
         out << (number > 1 ? "\n" : "") << "record " << number << '\n';
         if (!DumpFields(layout, "") && !source.AtEnd())
             DumpRest("(rest)", "");
-        counts.clear();
     }
 }
 
@@ -136,7 +135,6 @@ void Dumper::DumpMessages() {
                  Torn(static_cast<std::uint64_t>(length) - missing,
                       static_cast<std::uint64_t>(length)),
                  false);
-        counts.clear();
         source.Limit(UINT64_MAX);
     }
 }
@@ -148,18 +146,24 @@ bool Dumper::Another() {
 }
 
 bool Dumper::DumpFields(const Layout& fields, const std::string& index) {
-    for (const Field& field : fields) {
-        if (field.kind == Kind::Rest)
-            DumpRest(field.name + index, "");
-        else if (field.kind == Kind::Group ? !DumpGroup(field, index) : !DumpField(field, index))
-            return false;
+    const std::size_t outside = counts.size();
+    bool known = true;
+    for (auto field = fields.begin(); known && field != fields.end(); ++field) {
+        if (field->kind == Kind::Rest)
+            DumpRest(field->name + index, "");
+        else
+            known =
+                field->kind == Kind::Group ? DumpGroup(*field, index) : DumpField(*field, index);
     }
-    return true;
+    counts.resize(outside);
+    return known;
 }
 
 bool Dumper::DumpGroup(const Field& group, const std::string& index) {
     const bool counted = !group.name.empty();
-    const std::int64_t times = counted ? counts[group.name] : 0;
+    const auto said = std::find_if(counts.rbegin(), counts.rend(),
+                                   [&](const auto& number) { return number.first == group.name; });
+    const std::int64_t times = counted ? said->second : 0;
     if (times < 0)
         Rows(source.Offset(), "", group.name + index, std::to_string(times) + " times",
              "a negative number", false);
@@ -184,7 +188,7 @@ bool Dumper::DumpField(const Field& field, const std::string& index) {
     const bool isNumber = field.kind <= Kind::Double;
     const Value value = isNumber ? ReadNumber(field.kind) : ReadPrefixed(field.kind);
     if (isNumber && !value.lost)
-        counts[field.name] = value.number;
+        counts.emplace_back(field.name, value.number);
     const std::string_view all(source.Read());
     const bool raw = field.kind == Kind::Block && all.size() > prefixSize;
     const std::string_view head = raw ? all.substr(0, prefixSize) : all;

@@ -12,7 +12,8 @@
 #include <streambuf>
 #include <string>
 #include <string_view>
-#include <unordered_map>
+#include <utility>
+#include <vector>
 
 #include "layout.h"
 
@@ -104,7 +105,8 @@ private:
     const Look look;
     std::size_t nameWidth;
     std::uint64_t bad = 0;
-    std::unordered_map<std::string, std::int64_t> counts; ///< the last value of each number
+    /// The numbers so far, of this group and those around it.
+    std::vector<std::pair<std::string_view, std::int64_t>> counts;
 };
 
 } // namespace tools
