@@ -2,6 +2,7 @@
 //
 // plinth-dump: shows a captured stream of portable records or framed messages. plinth-dump.1 tells
 // all about it.
+#include <algorithm>
 #include <clocale>
 #include <cstdio>
 #include <cstdlib>
@@ -16,9 +17,12 @@
 #include <langinfo.h>
 #include <unistd.h>
 
+#include "../examples/terminal.h"
 #include "dumper.h"
 
 namespace {
+
+constexpr long mostRows = 1 << 28; // what a block can have
 
 constexpr char help[] =
     "usage: plinth-dump [OPTION]... LAYOUT [FILE]\n"
@@ -48,12 +52,15 @@ int Fail(const std::string& what) {
     return 2;
 }
 
+int Print(const std::string& text) {
+    std::cout << text << std::flush;
+    return std::cout ? EXIT_SUCCESS : Fail("cannot write");
+}
+
 /// Whether colours are wanted: on a terminal that has some, unless NO_COLOR says otherwise.
 bool Colours() {
     const char* const refused = std::getenv("NO_COLOR");
-    const char* const terminal = std::getenv("TERM");
-    return isatty(STDOUT_FILENO) == 1 && (refused == nullptr || *refused == '\0') &&
-           terminal != nullptr && std::strcmp(terminal, "dumb") != 0;
+    return IsTerminal(STDOUT_FILENO) && (refused == nullptr || *refused == '\0');
 }
 
 int Dump(int argc, char** argv) {
@@ -76,15 +83,13 @@ int Dump(int argc, char** argv) {
             const long rows = std::strtol(optarg, &end, 10);
             if (rows < 1 || *end != '\0')
                 return Fail("no number of rows: " + std::string(optarg));
-            look.rows = static_cast<std::size_t>(rows);
+            look.rows = static_cast<std::size_t>(std::min(rows, mostRows));
             break;
         }
         case 'h':
-            std::cout << help;
-            return EXIT_SUCCESS;
+            return Print(help);
         case 'V':
-            std::cout << "plinth-dump " PLINTH_VERSION "\n";
-            return EXIT_SUCCESS;
+            return Print("plinth-dump " PLINTH_VERSION "\n");
         default:
             return Fail("--help tells more");
         }

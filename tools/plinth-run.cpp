@@ -47,6 +47,11 @@ int Fail(int code, const std::string& what) {
     return code;
 }
 
+int Print(const std::string& text) {
+    std::cout << text << std::flush;
+    return std::cout ? EXIT_SUCCESS : Fail(ownFailure, "cannot write");
+}
+
 std::string SignalName(int signal) {
     const char* const name = sigabbrev_np(signal);
     return "signal " + std::to_string(signal) +
@@ -124,11 +129,9 @@ int Run(int argc, char** argv) {
             quiet = true;
             break;
         case 'h':
-            std::cout << help;
-            return EXIT_SUCCESS;
+            return Print(help);
         case 'V':
-            std::cout << "plinth-run " PLINTH_VERSION "\n";
-            return EXIT_SUCCESS;
+            return Print("plinth-run " PLINTH_VERSION "\n");
         default:
             return Fail(ownFailure, "--help tells more");
         }

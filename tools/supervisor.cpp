@@ -15,6 +15,7 @@
 
 #include <execproc.h>
 
+#include "../examples/terminal.h"
 #include "outside/varnholt/process.h"
 #include "outside/win32/handles.h"
 
@@ -107,7 +108,7 @@ Record Supervisor::Run() {
         return record;
     if (order.limit)
         limitAt = start + std::chrono::duration_cast<Clock::duration>(*order.limit);
-    if (isatty(STDERR_FILENO) == 1 && !order.output.empty() && !order.errors.empty())
+    if (IsTerminal(STDERR_FILENO) && !order.output.empty() && !order.errors.empty())
         showAt = start + betweenShows;
     Loop();
     if (showAt)
@@ -262,7 +263,8 @@ void Supervisor::OnSignals() {
     signalfd_siginfo info{};
     while (read(signals, &info, sizeof info) == static_cast<ssize_t>(sizeof info)) {
         // What comes from the terminal has gone to the command as well, which may live on with it.
-        if (info.ssi_signo == SIGCHLD || info.ssi_code > 0)
+        // Once that has ended, nobody else may be there to heed it.
+        if (info.ssi_signo == SIGCHLD || (info.ssi_code > 0 && ended))
             continue;
         record.stoppedBy = static_cast<int>(info.ssi_signo);
         End(record.stoppedBy);

@@ -98,6 +98,8 @@ TEST(DumpTest, MarksWhatIsBadAndGoesOn) {
         {"character c, int next", "00 00 00 02 61 62 00 00 00 07", "!! no character", 1},
         {"block b, int next", "FF FF FF FF 61 62 63 07", "(rest)       |abc.|", 1},
         {"int n, n*(int), int next", "FF FF FF FF 00 00 00 07", "-1 times  !! a negative", 1},
+        {"int n, n*(int n), n*(char), int next",
+         "00 00 00 02 00 00 00 09 00 00 00 09 61 62 00 00 00 07", "98 'b'", 0},
         {"int n, n*(int m, m*(int)), int next", "7F FF FF FF 00 00 00 00", "torn: 1 of 21474", 1},
         {"float f, double d, char c, uchar next", "3F 80 00 00 BF F1 99 99 99 99 99 9A FF 07",
          "-1.1", 0},
@@ -213,6 +215,8 @@ TEST_F(ToolTest, HelpAndManualNameTheSameOptions) {
         EXPECT_EQ(names(help, inHelp), names(ReadFile(PLINTH_MANUALS "/" + name + ".1"), inManual));
         ExpectFound(help, {"0 usage: " + name});
         ExpectFound(Tool({tool, "--version"}).Rest(), {"0 " + name + " "});
+        ExpectFound(Tool({"sh", "-c", "\"$1\" --help 2>&1 >/dev/full", "sh", tool}).Rest(),
+                    {": cannot write\n"});
         EXPECT_NE(Tool({tool, "--nonsense"}).Rest()[0], '0');
         EXPECT_NE(Tool({tool}).Rest()[0], '0');
     }
@@ -232,6 +236,8 @@ TEST_F(ToolTest, DumpTellsByItsStatusWhatItSaw) {
     ExpectFound(
         Tool({"sh", "-c", "exec \"$1\" -r 2 rest <\"$2\"", "sh", PLINTH_DUMP, Path("long")}).Rest(),
         {"00000008  78", "... 984 more bytes"});
+    ExpectFound(Tool({PLINTH_DUMP, "-r", "2305843009213693952", "rest", Path("good")}).Rest(),
+                {"0 record 1\n00000000  00 00 00 01 "});
 }
 
 TEST_F(ToolTest, ColoursAreForTerminalsThatWantThem) {
@@ -345,9 +351,9 @@ TEST_F(ToolTest, RunPassesSignalsOn) {
                 {"130 interrupted\nplinth-run: stopped by signal 2 (SIGINT), exit code 5, "});
 }
 
-TEST_F(ToolTest, RunLeavesTheKeyboardToTheCommand) {
-    const char* const script = "trap 'echo told once' INT; echo ready; "
-                               "n=0; while [ $n -lt 30 ]; do n=$((n+1)); sleep 0.02; done; exit 4";
+/// Runs a script at a terminal, where Ctrl-C is typed as soon as a word is said. What was said in
+/// all, with the status in front.
+std::string Interrupted(const char* script, const char* word) {
     int terminal = -1;
     const pid_t child = forkpty(&terminal, nullptr, nullptr, nullptr);
     if (child == 0)
@@ -355,18 +361,31 @@ TEST_F(ToolTest, RunLeavesTheKeyboardToTheCommand) {
     std::string said;
     char bytes[1000];
     for (ssize_t got; (got = read(terminal, bytes, sizeof bytes)) > 0;) {
-        const bool before = said.find("ready") == std::string::npos;
+        const bool before = said.find(word) == std::string::npos;
         said.append(bytes, static_cast<std::size_t>(got));
-        if (before && said.find("ready") != std::string::npos) {
+        if (before && said.find(word) != std::string::npos) {
             EXPECT_EQ(write(terminal, "\x03", 1), 1);
         }
     }
     close(terminal);
     int status = 0;
     waitpid(child, &status, 0);
-    EXPECT_EQ(WEXITSTATUS(status), 4) << said;
-    ExpectFound(said, {"told once", "plinth-run: exit code 4, "});
+    return std::to_string(WEXITSTATUS(status)) + ' ' + said;
+}
+
+TEST_F(ToolTest, RunLeavesTheKeyboardToTheCommand) {
+    const std::string said =
+        Interrupted("trap 'echo told once' INT; echo ready; "
+                    "n=0; while [ $n -lt 30 ]; do n=$((n+1)); sleep 0.02; done; exit 4",
+                    "ready");
+    ExpectFound(said, {"4 ready", "told once", "plinth-run: exit code 4, "});
     EXPECT_EQ(said.find("told once"), said.rfind("told once")) << said;
+}
+
+TEST_F(ToolTest, RunHeedsTheKeyboardOnceTheCommandHasEnded) {
+    // A shell has what it starts in the background ignore SIGINT.
+    ExpectFound(Interrupted("sleep 1000 & exit 4", "stay open in:"),
+                {"130 ", "plinth-run: stopped by signal 2 (SIGINT), exit code 4, "});
 }
 
 } // namespace

@@ -21,6 +21,7 @@
 #include <outside/win32/files.h>
 
 #include "../children.h"
+#include "../terminal.h"
 #include "mirror.h"
 #include "remote.h"
 
@@ -75,7 +76,7 @@ int MirrorTree(RemoteFolder& remote, const Arguments& words, bool out) {
             return Report(words[i], errInvalid);
         excluded.push_back(words[++i]);
     }
-    Progress progress(isatty(STDERR_FILENO) == 1);
+    Progress progress(IsTerminal(STDERR_FILENO));
     Mirror mirror(remote, progress, excluded);
     if (out)
         mirror.Out(words[0], words[1]);

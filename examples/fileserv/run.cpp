@@ -17,6 +17,7 @@
 #include <pfufs.h>
 
 #include "../children.h"
+#include "../terminal.h"
 #include "mirror.h"
 #include "remote.h"
 
@@ -72,7 +73,7 @@ bool Go(const Names& paths, const Names& excluded, bool out, zelService& service
         std::cerr << "fileserv_run: no server for " << served << '\n';
         return false;
     }
-    fileserv::Progress progress(isatty(STDERR_FILENO) == 1);
+    fileserv::Progress progress(IsTerminal(STDERR_FILENO));
     fileserv::Mirror mirror(*remote, progress, excluded);
     if (out)
         mirror.Out("", local);

@@ -17,6 +17,7 @@
 #include <execproc.h>
 
 #include "../pump.h"
+#include "../terminal.h"
 
 namespace {
 
@@ -56,7 +57,7 @@ int main(int argc, char** argv) {
     Collection err(errorsFromChild, errors);
     std::unique_ptr<zelEvent> exit(process.GetExitEvent());
 
-    const bool terminal = isatty(STDERR_FILENO) == 1;
+    const bool terminal = IsTerminal(STDERR_FILENO);
     for (auto shown = milliseconds(); feed.Event() || out.Event() || err.Event() || exit;) {
         zelEvent* const events[] = {feed.Event(), out.Event(), err.Event(), exit.get()};
         switch (zelEvent::WaitAny(events, 4, terminal ? 100 : -1)) {

@@ -19,6 +19,7 @@
 #include <psock.h>
 #include <psockmsg.h>
 
+#include "../terminal.h"
 #include "record.h"
 
 namespace {
@@ -109,7 +110,7 @@ int main(int argc, char** argv) {
         return EXIT_FAILURE;
     }
     LineClient client(*server);
-    const bool terminal = isatty(STDERR_FILENO) == 1;
+    const bool terminal = IsTerminal(STDERR_FILENO);
     Clock::time_point shown = Clock::now();
     bool going = true;
     for (std::string line; going && std::getline(file, line);) {
