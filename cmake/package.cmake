@@ -1,7 +1,7 @@
 # SPDX-License-Identifier: MIT
 # cpack: a Debian package of each component. scripts/package sets up the build that they come from:
 # prefix /usr, both forms of the library, the flags that Debian builds its own packages with.
-set(PLINTH_MAINTAINER "The Plinth authors <plinth@localhost>" CACHE STRING
+set(PLINTH_MAINTAINER "The Plinth authors <plinth@packages.invalid>" CACHE STRING
   "Who answers for the packages that cpack makes: name and address")
 
 # What runs is named after the soname, so that two of them can be installed side by side.
@@ -9,7 +9,7 @@ set(runtime_name libplinth${plinth_soversion})
 set(development_name libplinth-dev)
 set(documentation_name libplinth-doc)
 set(tools_name plinth-tools)
-set(release 1)
+set(release 1~upstream1) # gives way to a package of Debian's own
 
 set(components runtime development documentation)
 if(EXISTS ${PROJECT_SOURCE_DIR}/tools/CMakeLists.txt)
@@ -72,20 +72,26 @@ set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON) # a program needs this version or a later one
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS_POLICY ">=")
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${PROJECT_BINARY_DIR}) # what the tools need of ours
+# A field that cpack knows only from 3.31 on comes in as a second line of one that it knows.
+set(multiarch_same "\nMulti-Arch: same")
+set(multiarch_foreign "\nMulti-Arch: foreign")
 set(same_version "(= ${PROJECT_VERSION}-${release})")
 set(about "Containers and text, a portable binary encoding and framed messages over
 TCP, tasks (threads, child processes, asynchronous calls) with events that
 any event loop can wait for, and the file system.
 ")
 
-set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION libs)
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION libs${multiarch_same})
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_SHLIBDEPS ON)
-set(CPACK_DEBIAN_RUNTIME_PACKAGE_CONTROL_EXTRA ${papers}/triggers)
+# Scripts of these names are not there, nor needed; but where none is named, cpack writes some that
+# do the trigger's work once more.
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_CONTROL_EXTRA
+  ${papers}/triggers ${papers}/none/postinst ${papers}/none/postrm)
 set(CPACK_DEBIAN_RUNTIME_DESCRIPTION "${PROJECT_DESCRIPTION}
 ${about}
 This package holds the shared library, which programs need to run.")
 
-set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel${multiarch_same})
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS "${runtime_name} ${same_version}")
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SUGGESTS ${documentation_name})
 set(CPACK_DEBIAN_DEVELOPMENT_DESCRIPTION "${PROJECT_DESCRIPTION} (development)
@@ -93,14 +99,14 @@ ${about}
 This package holds the headers, the static library, and what CMake and
 pkg-config need to find it.")
 
-set(CPACK_DEBIAN_DOCUMENTATION_PACKAGE_SECTION doc)
+set(CPACK_DEBIAN_DOCUMENTATION_PACKAGE_SECTION doc${multiarch_foreign})
 set(CPACK_DEBIAN_DOCUMENTATION_PACKAGE_ARCHITECTURE all)
 set(CPACK_DEBIAN_DOCUMENTATION_DESCRIPTION "${PROJECT_DESCRIPTION} (documentation)
 ${about}
 This package holds the pages on byte formats, on what surprises, and on why
 things are as they are.")
 
-set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION utils)
+set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION utils${multiarch_foreign})
 set(CPACK_DEBIAN_TOOLS_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS "${runtime_name} ${same_version}")
 set(CPACK_DEBIAN_TOOLS_DESCRIPTION "${PROJECT_DESCRIPTION} (tools)
