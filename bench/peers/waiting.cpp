@@ -1,0 +1,170 @@
+// SPDX-License-Identifier: MIT
+#include <cstdlib>
+#include <map>
+#include <memory>
+#include <string>
+#include <utility>
+#include <variant>
+#include <vector>
+
+#include <Poco/Net/PollSet.h>
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/ip/tcp.hpp>
+#include <boost/asio/posix/stream_descriptor.hpp>
+#include <poll.h>
+#include <sys/resource.h>
+
+#include "contest.h"
+#include "waitthings.h"
+
+namespace {
+
+using things::Kind, things::KindOf;
+
+constexpr std::size_t Sizes[] = {1, 8, 10, 64, 100, 1000};
+
+// Each waits for things of its kind, which are made once and for all.
+class Bare {
+public:
+    using Things = things::Descriptors;
+    Bare(const Things& things, std::size_t count) {
+        for (std::size_t i = 0; i < count; ++i)
+            entries.push_back({things[i], POLLIN, 0});
+    }
+    std::size_t Wait() {
+        if (poll(entries.data(), entries.size(), -1) < 1)
+            std::abort();
+        std::size_t at = 0;
+        while (entries[at].revents == 0)
+            ++at;
+        return at;
+    }
+
+private:
+    std::vector<pollfd> entries;
+};
+
+class Asio {
+public:
+    using Things = things::Descriptors;
+    Asio(const Things& things, std::size_t count) {
+        for (std::size_t i = 0; i < count; ++i)
+            if (KindOf(i, count) == Kind::Socket)
+                events.emplace_back(Socket(Context(), Tcp::v4(), things[i]));
+            else
+                events.emplace_back(Descriptor(Context(), things[i]));
+        for (std::size_t i = 0; i < count; ++i)
+            Watch(i);
+    }
+    Asio(const Asio&) = delete;
+    Asio& operator=(const Asio&) = delete;
+    ~Asio() {
+        for (auto& event : events)
+            std::visit([](auto& thing) { thing.release(); }, event);
+        Context().poll(); // the handlers of what was called off
+    }
+    std::size_t Wait() {
+        if (fired != none)
+            Watch(std::exchange(fired, none));
+        Context().restart();
+        while (fired == none)
+            Context().run_one();
+        return fired;
+    }
+
+private:
+    using Tcp = boost::asio::ip::tcp;
+    using Socket = Tcp::socket;
+    using Descriptor = boost::asio::posix::stream_descriptor;
+    static constexpr std::size_t none = static_cast<std::size_t>(-1);
+
+    static boost::asio::io_context& Context() {
+        static boost::asio::io_context context;
+        return context;
+    }
+    void Watch(std::size_t at) {
+        const auto note = [this, at](const boost::system::error_code& failure) {
+            if (!failure)
+                fired = at;
+        };
+        std::visit([&](auto& thing) { thing.async_wait(thing.wait_read, note); }, events[at]);
+    }
+    std::vector<std::variant<Socket, Descriptor>> events;
+    std::size_t fired = none;
+};
+
+class PocoSet {
+public:
+    using Things = things::PocoSockets;
+    PocoSet(const Things& things, std::size_t count) : sockets(things.all), last(count - 1) {
+        for (const auto& socket : sockets)
+            set.add(socket, Poco::Net::PollSet::POLL_READ);
+    }
+    /// It tells which socket is ready, not which one in order.
+    std::size_t Wait() {
+        const auto ready = set.poll(Poco::Timespan(60, 0));
+        return ready.size() == 1 && ready.begin()->first == sockets[last] ? last : 0;
+    }
+
+private:
+    const std::vector<Poco::Net::StreamSocket>& sockets;
+    std::size_t last;
+    Poco::Net::PollSet set;
+};
+
+class Ours {
+public:
+    using Things = things::OurThings;
+    Ours(const Things& things, std::size_t count) {
+        for (std::size_t i = 0; i < count; ++i) {
+            owned.push_back(things.EventOf(i, count));
+            events.push_back(owned.back().get());
+        }
+    }
+    std::size_t Wait() {
+        return static_cast<std::size_t>(
+            zelEvent::WaitAny(events.data(), static_cast<unsigned int>(events.size()), -1));
+    }
+
+private:
+    std::vector<std::unique_ptr<zelEvent>> owned;
+    std::vector<zelEvent*> events;
+};
+
+template <typename Waiter>
+const typename Waiter::Things& ThingsFor(std::size_t count) {
+    static std::map<std::size_t, typename Waiter::Things> all;
+    return all.try_emplace(count, count).first->second;
+}
+
+template <typename Waiter>
+void All(const char* contender) {
+    for (const std::size_t count : Sizes) {
+        contest::Contend({"one is ready", count}, contender, [=](benchmark::State& state) {
+            Waiter waiter(ThingsFor<Waiter>(count), count);
+            for (auto _ : state)
+                if (waiter.Wait() != count - 1)
+                    return state.SkipWithError("the wrong event");
+        });
+        contest::Contend({"made for one wait", count}, contender, [=](benchmark::State& state) {
+            const typename Waiter::Things& things = ThingsFor<Waiter>(count);
+            for (auto _ : state)
+                if (Waiter(things, count).Wait() != count - 1)
+                    return state.SkipWithError("the wrong event");
+        });
+    }
+}
+
+} // namespace
+
+void Contestants() {
+    rlimit most{};
+    if (getrlimit(RLIMIT_NOFILE, &most) != 0)
+        std::abort();
+    most.rlim_cur = most.rlim_max;
+    plain::Must(setrlimit(RLIMIT_NOFILE, &most));
+    All<Ours>(contest::Plinth);
+    All<PocoSet>("POCO PollSet");
+    All<Asio>("boost::asio");
+    All<Bare>(contest::SystemCalls);
+}
