@@ -70,6 +70,8 @@ public:
     errstatus GetPos(std::fpos<int>& place) override;
 
 private:
+    friend class memStreamLine;
+
     errstatus JumpTo(std::fpos<int> place);
     errstatus Store(char* data, int length, int* stored);
     errstatus Retrieve(char* data, int length, int* got);

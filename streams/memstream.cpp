@@ -7,6 +7,8 @@
 #include <memory>
 #include <new>
 
+#include "streams/memstreamline.h"
+
 namespace {
 
 constexpr int pageSize = 4096;
@@ -16,7 +18,19 @@ unsigned int PageOf(int offset) {
     return static_cast<unsigned int>(offset) / pageSize;
 }
 int OffsetInPage(int offset) {
-    return offset % pageSize;
+    return static_cast<int>(static_cast<unsigned int>(offset) % pageSize);
+}
+
+/// The byte at `offset`, whose page exists.
+char* At(const dsXArray<char*>& pages, int offset) {
+    // Named in full, it is no virtual call.
+    return pages.dsXArray<char*>::GetDataPtr()[PageOf(offset)] + OffsetInPage(offset);
+}
+
+/// Copies within a page. Where memcpy knows that there is little, the compiler puts an instruction
+/// in its place that takes longer to begin than most copies take.
+void Copy(char* target, const char* source, int count) {
+    std::memmove(target, source, static_cast<std::size_t>(count));
 }
 
 } // namespace
@@ -60,17 +74,11 @@ errstatus memStream::Write(dsXArray<char>& source) {
 }
 
 errstatus memStream::Write(char* data, int length) {
-    errstatus status = JumpTo(position);
-    if (length < 1)
-        return status;
-    int stored = 0;
-    do {
-        if (status != errOK)
-            return status;
+    errstatus status = PageOf(position) < pages.GetSize() ? errOK : JumpTo(position);
+    for (int stored = 1; status == errOK && length > 0 && stored > 0; length -= stored) {
         status = Store(data, length, &stored);
         data += stored;
-        length -= stored;
-    } while (length > 0 && stored > 0);
+    }
     return status;
 }
 
@@ -105,13 +113,16 @@ errstatus memStream::GetPos(std::fpos<int>& place) {
 
 /// Makes sure that the page of `place` exists, which on a boundary is the one that begins there,
 /// and moves the position.
+///
+/// Nobody reads at or behind the limit. Once there is data, a page is added where the data ends,
+/// and of all its bytes only the first can be read before it is written; until then, all can.
 errstatus memStream::JumpTo(std::fpos<int> place) {
     const int target = static_cast<int>(static_cast<std::streamoff>(place));
     while (pages.GetSize() <= PageOf(target)) {
         std::unique_ptr<char[]> page(new (std::nothrow) char[pageSize]);
         if (!page)
             return errFailed;
-        std::memset(page.get(), blank, pageSize);
+        std::memset(page.get(), blank, limit == 0 ? pageSize : 1);
         pages += page.get();
         page.release();
     }
@@ -126,25 +137,55 @@ errstatus memStream::Store(char* data, int length, int* stored) {
     *stored = 0;
     if (count > INT_MAX - 1 - position) // the limit counts one more
         return errFailed;
-    std::memcpy(pages[PageOf(position)] + offset, data, static_cast<std::size_t>(count));
+    char* const target = At(pages, position);
+    Copy(target, data, count);
     *stored = count;
-    limit = std::max(limit, position + count + 1);
-    return JumpTo(position + count);
+    const int end = position + count;
+    const bool grows = end >= limit;
+    if (grows)
+        limit = end + 1;
+    if (offset + count == pageSize)
+        return JumpTo(end);
+    if (grows)
+        target[count] = blank;
+    position = end;
+    return errOK;
 }
 
 /// The step of a read: as much as the current page holds of what can be seen. The page's address
 /// is worked out only when there is something to copy: a stream may have been sought to where it
 /// has nothing, and where memory ran out behind a write, the page behind the data is missing.
 errstatus memStream::Retrieve(char* data, int length, int* got) {
-    const int offset = OffsetInPage(position);
-    const int count = std::min({pageSize - offset, limit - position, length});
+    const int count = std::min({pageSize - OffsetInPage(position), limit - position, length});
     *got = 0;
     if (count > 0 && PageOf(position) < pages.GetSize()) {
-        std::memcpy(data, pages[PageOf(position)] + offset, static_cast<std::size_t>(count));
+        Copy(data, At(pages, position), count);
         *got = count;
         position += count;
     }
     return errOK;
+}
+
+void memStreamLine::Take(memStream& stream, dsXArray<char>& line, char delimiter) {
+    unsigned int length = 0;
+    const char* found = nullptr;
+    do {
+        int count =
+            std::min(pageSize - OffsetInPage(stream.position), stream.limit - stream.position);
+        if (count <= 0 || PageOf(stream.position) >= stream.pages.GetSize())
+            break;
+        const char* const text = At(stream.pages, stream.position);
+        found =
+            static_cast<const char*>(std::memchr(text, delimiter, static_cast<std::size_t>(count)));
+        if (found != nullptr)
+            count = static_cast<int>(found - text);
+        stream.position += count + (found != nullptr ? 1 : 0);
+        line.Resize(length + static_cast<unsigned int>(count) + 1);
+        Copy(line.GetDataPtr() + length, text, count);
+        length += static_cast<unsigned int>(count);
+    } while (found == nullptr);
+    line.Resize(length + 1);
+    line.GetDataPtr()[length] = '\0';
 }
 
 int CreateStreamInMemory(rwStream** stream) {

@@ -1,9 +1,18 @@
 // SPDX-License-Identifier: MIT
 #include "rwstream.h"
 
+#include <typeinfo>
+
+#include "streams/memstreamline.h"
+
 rwStream::~rwStream() = default;
 
 errstatus rwStream::ReadLn(dsXArray<char>& line, char delimiter) {
+    // What derives from the stream in memory sees each read.
+    if (typeid(*this) == typeid(memStream)) {
+        memStreamLine::Take(static_cast<memStream&>(*this), line, delimiter);
+        return errOK;
+    }
     line.Clear();
     errstatus status;
     for (;;) {
