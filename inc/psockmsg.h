@@ -10,6 +10,10 @@
 // Two threads must not use the same direction of one stream at the same time. A stream whose
 // getErr() is not errOK sends and receives nothing: the functions return that status. After a
 // message that failed half-way nothing brings the two sides into step again.
+//
+// A message over a socket of the system goes out in one call, as far as the system takes it, and
+// is received where it belongs. Any other psockStream is asked to write the prefix and then the
+// payload, and to read at most 4096 bytes at a time.
 #ifndef PLINTH_PSOCKMSG_H
 #define PLINTH_PSOCKMSG_H
 
@@ -30,10 +34,11 @@ ZEL_EXPORT errstatus Read(psockStream& stream, char* data, int& length);
 /// (2 GiB and more) is errTooLarge, and nothing is sent.
 ZEL_EXPORT errstatus Write(psockStream& stream, dsXArray<char>& message);
 
-/// Receives one framed message and appends its payload, growing the array as bytes arrive and
-/// never by what the prefix promises. Gives errOK, the status that the stream has recorded, or
-/// errSocketRead when a receive fails or the stream ends; what has arrived stays in the array.
-/// There is no other limit: a peer that sends 2 GiB, or one byte a minute, is served for as long.
+/// Receives one framed message and appends its payload, growing the array as bytes arrive, at most
+/// 64 KiB ahead of them, and never by what the prefix promises. Gives errOK, the status that the
+/// stream has recorded, or errSocketRead when a receive fails or the stream ends; what has arrived
+/// stays in the array. There is no other limit: a peer that sends 2 GiB, or one byte a minute, is
+/// served for as long.
 ZEL_EXPORT errstatus Read(psockStream& stream, dsXArray<char>& message);
 
 /// One stream.Read: bytes received, which may be fewer than `length`, or -1 at the end.

@@ -1,6 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include "outside/quillmarsh/sockets.h"
 
+#include <algorithm>
+#include <climits>
+
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 
@@ -103,6 +106,20 @@ int zel_getpeername(int socket, sockaddr* address, socklen_t* length) {
 int zel_send(int socket, const void* data, int length, int flag) {
     return Transfer(
         length, [=](size_t size) { return sys::send(socket, data, size, flag | MSG_NOSIGNAL); });
+}
+
+int zel_send_both(int socket, const void* first, int firstLength, const void* second,
+                  int secondLength) {
+    if (firstLength < 0 || secondLength < 0) {
+        errno = EINVAL;
+        return -1;
+    }
+    // The sum must be counted in the result; and the system writes to none of the two.
+    const auto most = std::min(secondLength, INT_MAX - firstLength);
+    const iovec one{const_cast<void*>(first), static_cast<size_t>(firstLength)};
+    const iovec other{const_cast<void*>(second), static_cast<size_t>(most)};
+    return static_cast<int>(
+        sys::retry([=] { return sys::sendmsg(socket, one, other, MSG_NOSIGNAL); }));
 }
 
 int zel_recv(int socket, void* data, int length, int flag) {

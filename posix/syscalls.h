@@ -7,6 +7,7 @@
 #ifndef PLINTH_POSIX_SYSCALLS_H
 #define PLINTH_POSIX_SYSCALLS_H
 
+#include <algorithm>
 #include <cerrno>
 #include <ctime>
 
@@ -17,6 +18,7 @@
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
+#include <sys/uio.h>
 #include <unistd.h>
 
 #ifdef PLINTH_FAULTS
@@ -101,6 +103,18 @@ inline int getpeername(int fd, sockaddr* address, socklen_t* length) {
 }
 inline ssize_t send(int fd, const void* data, size_t size, int flags) {
     return transfer(__func__, size, [=](size_t most) { return ::send(fd, data, most, flags); });
+}
+/// Of the two parts, as far as `most` bytes reach.
+inline ssize_t sendmsg(int fd, iovec first, iovec second, int flags) {
+    return transfer(__func__, first.iov_len + second.iov_len, [=](size_t most) {
+        const size_t begin = std::min(first.iov_len, most);
+        iovec parts[] = {{first.iov_base, begin},
+                         {second.iov_base, std::min(second.iov_len, most - begin)}};
+        msghdr message{};
+        message.msg_iov = parts;
+        message.msg_iovlen = 2;
+        return ::sendmsg(fd, &message, flags);
+    });
 }
 inline ssize_t recv(int fd, void* data, size_t size, int flags) {
     return transfer(__func__, size, [=](size_t most) { return ::recv(fd, data, most, flags); });

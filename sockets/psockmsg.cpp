@@ -6,10 +6,14 @@
 #include <streambuf>
 
 #include "bdtstream.h"
+#include "outside/quillmarsh/memory.h"
+#include "sockets/psockstreamimpl.h"
 
 namespace {
 
 constexpr int chunkSize = 4096;
+/// How far an array may grow ahead of what has arrived, with room to round it up to blocks.
+constexpr int aheadSize = 60 << 10;
 constexpr int portable = 1;
 
 /// A stream buffer over a block of the caller's, for both directions.
@@ -25,6 +29,45 @@ public:
 errstatus EndOf(psockStream& stream) {
     const errstatus recorded = stream.getErr();
     return recorded != errOK ? recorded : errSocketRead;
+}
+
+/// Sends a prefix and the payload behind it.
+errstatus WriteFramed(psockStream& stream, const char* prefix, int prefixSize,
+                      dsXArray<char>& message, int length) {
+    int sent = 0;
+    if (auto* const own = dynamic_cast<psockStreamImpl*>(&stream)) {
+        // What it writes nobody sees but the peer, to whom it is one piece.
+        if (own->getErr() != errOK)
+            return own->getErr();
+        sent = own->WriteBoth(prefix, prefixSize, message.GetDataPtr(), length);
+        if (sent <= 0)
+            return EndOf(stream);
+    }
+    const int begun = std::min(sent, prefixSize);
+    const errstatus status = Write(stream, prefix + begun, prefixSize - begun);
+    if (status != errOK)
+        return status;
+    return Write(stream, message.GetDataPtr() + (sent - begun), length - (sent - begun));
+}
+
+/// Receives and appends up to `outstanding` bytes, with one call: how many.
+int Append(psockStream& stream, dsXArray<char>& message, int outstanding) {
+    if (dynamic_cast<psockStreamImpl*>(&stream) == nullptr) {
+        char block[chunkSize];
+        const int received = stream.Read(block, std::min(chunkSize, outstanding), false);
+        if (received > 0)
+            message.Append(static_cast<unsigned int>(received), block);
+        return received;
+    }
+    // Nobody sees where a socket of the system reads to: into the array itself.
+    const unsigned int held = message.GetSize();
+    const int most = std::min(aheadSize, outstanding);
+    if (static_cast<unsigned int>(most) > UINT_MAX - held)
+        zelOutOfMemory();
+    message.Resize(held + static_cast<unsigned int>(most));
+    const int received = stream.Read(message.GetDataPtr() + held, most, false);
+    message.Resize(held + static_cast<unsigned int>(std::max(received, 0)));
+    return received;
 }
 
 } // namespace
@@ -68,18 +111,17 @@ errstatus Write(psockStream& stream, dsXArray<char>& message) {
     char prefix[sizeof length];
     BlockBuf buffer(prefix, prefixSize);
     bdtOStream(&buffer, portable) << length;
-    const errstatus status = Write(stream, prefix, prefixSize);
-    return status == errOK ? Write(stream, message.GetDataPtr(), length) : status;
+    return WriteFramed(stream, prefix, prefixSize, message, length);
 }
 
 errstatus Read(psockStream& stream, dsXArray<char>& message) {
-    char block[chunkSize];
+    char prefix[sizeof(int)];
     const int prefixSize = static_cast<int>(bdtBase::Length(0, portable));
     for (int place = 0; place < prefixSize;) {
         const errstatus status = stream.getErr();
         if (status != errOK)
             return status;
-        const int received = stream.Read(block + place, prefixSize - place, false);
+        const int received = stream.Read(prefix + place, prefixSize - place, false);
         if (received < 0)
             return errSocketRead;
         if (received == 0)
@@ -87,17 +129,16 @@ errstatus Read(psockStream& stream, dsXArray<char>& message) {
         place += received;
     }
     int outstanding = 0;
-    BlockBuf buffer(block, prefixSize);
+    BlockBuf buffer(prefix, prefixSize);
     bdtIStream(&buffer, portable) >> outstanding;
     errstatus status = stream.getErr();
     while (status == errOK && outstanding > 0) {
         // No byte behind the message is taken: it belongs to the next one.
-        const int received = stream.Read(block, std::min(chunkSize, outstanding), false);
+        const int received = Append(stream, message, outstanding);
         if (received < 0)
             return errSocketRead;
         if (received == 0)
             return EndOf(stream);
-        message.Append(static_cast<unsigned int>(received), block);
         outstanding -= received;
         status = stream.getErr();
     }

@@ -64,6 +64,14 @@ int psockStreamImpl::Write(const void* data, int length, bool flag) {
     return sent;
 }
 
+int psockStreamImpl::WriteBoth(const void* first, int firstLength, const void* second,
+                               int secondLength) {
+    const int sent = zel_send_both(Descriptor(socket), first, firstLength, second, secondLength);
+    if (sent == -1)
+        error = errMapError();
+    return sent;
+}
+
 bool psockStreamImpl::Exception() {
     fd_set set;
     AskOnly(socket, &set);

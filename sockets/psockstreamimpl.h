@@ -28,6 +28,9 @@ public:
     unsigned int getSock() override;
     void CloseSocket() override;
 
+    /// Write, for two blocks as one and without a flag.
+    int WriteBoth(const void* first, int firstLength, const void* second, int secondLength);
+
 private:
     unsigned int socket;
     errstatus error;

@@ -85,6 +85,17 @@ TEST(Messages, EveryTruncationIsAnEnd) {
     }
 }
 
+TEST(Messages, OfASocketHoldWhatArrivedBeforeItsEnd) {
+    for (const unsigned int kept : {3u, 4u, 70004u, 140004u}) {
+        loopback::Pair pair;
+        ASSERT_EQ(Write(*pair.client, Framed(Bytes(140000)).data(), static_cast<int>(kept)), errOK);
+        pair.client.reset();
+        Array message("kept");
+        EXPECT_EQ(Read(*pair.server, message), kept == 140004 ? errOK : errSocketRead);
+        EXPECT_TRUE(message.Text() == "kept" + Bytes(kept < 4 ? 0 : kept - 4)) << kept;
+    }
+}
+
 TEST(Messages, NoPrefixIsBelieved) {
     using Row = std::pair<const char*, bool>;
     for (const auto& [prefix, claimsTooMuch] : {Row{"\x7F\xFF\xFF\xFF", true},

@@ -70,6 +70,7 @@ inline const Failing failing[] = {
     {"rename", {EACCES, EBUSY, ENOSPC}},
     {"rmdir", {EACCES, EBUSY}},
     {"send", {EINTR, EPIPE, ECONNRESET}, true},
+    {"sendmsg", {EINTR, EPIPE, ECONNRESET}, true},
     {"setsockopt", {ENOPROTOOPT, ENOMEM}},
     {"sigtimedwait", {EINTR}},
     {"socket", {EMFILE, EAFNOSUPPORT, ENOBUFS}},

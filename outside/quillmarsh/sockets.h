@@ -38,6 +38,10 @@ int zel_getpeername(int socket, sockaddr* address, socklen_t* length);
 /// SIGPIPE. A negative length is refused (EINVAL).
 int zel_send(int socket, const void* data, int length, int flag);
 
+/// Sends two blocks as one, with no flag: bytes of both that were sent, as of zel_send.
+int zel_send_both(int socket, const void* first, int firstLength, const void* second,
+                  int secondLength);
+
 /// Bytes received. 0, the orderly end of the stream, clears the last error, so that it can be told
 /// from a failure. A negative length is refused (EINVAL).
 int zel_recv(int socket, void* data, int length, int flag);
