@@ -10,6 +10,14 @@
 #include "outside/varnholt/text.h"
 #include "outside/win32/handles.h"
 
+namespace {
+
+bool IsSelfOrParent(const char* name) {
+    return name[0] == '.' && (name[1] == '\0' || (name[1] == '.' && name[2] == '\0'));
+}
+
+} // namespace
+
 pfuDir::~pfuDir() = default;
 
 pfuDir* pfuDir::OpenDir(const pfuDirPath& path) {
@@ -48,7 +56,7 @@ bool pfuDirImplementation::Read(pfuDirEntry& entry) {
         else if (!uFindNextFile(handle, &found))
             return false;
         entry = found.cFileName;
-    } while (std::strcmp(entry, ".") == 0 || std::strcmp(entry, "..") == 0);
+    } while (IsSelfOrParent(entry));
     return true;
 }
 

@@ -41,6 +41,17 @@ void ReplaceSeparators(char* position, char separator) {
     }
 }
 
+/// True for ASCII that holds no separator but the native one. Without a way out in the middle, the
+/// compiler looks at many bytes at once.
+bool IsPlainNative(const char* text, std::size_t length) {
+    unsigned char other = 0;
+    for (std::size_t i = 0; i < length; ++i) {
+        const auto byte = static_cast<unsigned char>(text[i]);
+        other |= static_cast<unsigned char>((byte & 0x80) | (byte == '|') | (byte == '\\'));
+    }
+    return other == 0;
+}
+
 /// True if a character begins at the last byte.
 bool EndsInByte(const char* text, std::size_t length) {
     const char* position = text;
@@ -202,7 +213,8 @@ void pfuDirPath::GetCurrentDir() {
 
 pfuOSPath::pfuOSPath(const char* source) {
     files::SetText(text, source);
-    ReplaceSeparators(text, files::nativeSeparator);
+    if (!IsPlainNative(text, std::strlen(text)))
+        ReplaceSeparators(text, files::nativeSeparator);
 }
 
 void pfuOSPath::ToNeutral(pfuDirPath& path) const {
@@ -220,6 +232,9 @@ void pfuOSPath::AddWildcard() {
 }
 
 void pfuOSPath::TrimTrailSeps() {
+    const std::size_t length = std::strlen(text);
+    if (length == 0 || !IsSeparator(text[length - 1]))
+        return;
     char* position = text;
     if (pfuIsStringPathAbsolute(text)) {
         while (*position != '\0' && !IsSeparator(*position))

@@ -39,7 +39,7 @@ private:
             // The walk's own copy of the name does not last until the way back up.
             path[length] = files::nativeSeparator;
             char* const name = path + length + 1;
-            std::memcpy(name, found, added + 1);
+            std::memmove(name, found, added + 1); // see files::SetText
 
             errstatus outcome = isDirectory ? ResultOf(walk.Enter(name)) : errNotDirectory;
             if (outcome == errOK) {

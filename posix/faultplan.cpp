@@ -95,7 +95,7 @@ int Consult(const char* name, std::size_t* size) {
 
 bool TakesEffect(const char* name, int error) {
     const std::string_view call = name;
-    return call == "close" || call == "closedir" || (call == "connect" && error == EINTR);
+    return call == "close" || (call == "connect" && error == EINTR);
 }
 
 } // namespace sys

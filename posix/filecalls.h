@@ -84,17 +84,8 @@ inline int symlink(const char* target, const char* path) {
     return called(__func__, [=] { return ::symlink(target, path); });
 }
 
-inline DIR* opendir(const char* path) {
-    return called(__func__, [=] { return ::opendir(path); });
-}
-inline DIR* fdopendir(int fd) {
-    return called(__func__, [=] { return ::fdopendir(fd); });
-}
-inline dirent* readdir(DIR* stream) {
-    return called(__func__, [=] { return ::readdir(stream); });
-}
-inline int closedir(DIR* stream) {
-    return called(__func__, [=] { return ::closedir(stream); });
+inline ssize_t getdents64(int fd, void* entries, size_t size) {
+    return called(__func__, [=] { return ::getdents64(fd, entries, size); });
 }
 
 inline int chdir(const char* path) {

@@ -5,45 +5,26 @@
 #include <utility>
 #include <vector>
 
-#include "posix/filecalls.h"
+#include "posix/directory.h"
 
 namespace {
 
 constexpr std::size_t openLimit = 16;
 
-struct CloseDirectory {
-    void operator()(DIR* stream) const {
-        const sys::KeepErrno keep;
-        sys::closedir(stream);
-    }
-};
-using Directory = std::unique_ptr<DIR, CloseDirectory>;
+using posix::Directory;
 
 /// A directory on the way down. Once it has been let go of, its identity is all that is known.
 struct Level {
-    Directory stream;
+    std::unique_ptr<Directory> open;
     dev_t device = 0;
     ino_t number = 0;
 };
-
-Directory OpenStream(int folder, const char* name, int flags) {
-    const int fd =
-        sys::retry([&] { return sys::openat(folder, name, O_DIRECTORY | O_CLOEXEC | flags); });
-    if (fd < 0)
-        return nullptr;
-    Directory stream(sys::fdopendir(fd));
-    if (!stream) {
-        const sys::KeepErrno keep;
-        sys::close(fd);
-    }
-    return stream;
-}
 
 bool IsSelfOrParent(const char* name) {
     return std::strcmp(name, ".") == 0 || std::strcmp(name, "..") == 0;
 }
 
-bool IsDirectory(int folder, const dirent& entry) {
+bool IsDirectory(int folder, const dirent64& entry) {
     if (entry.d_type != DT_UNKNOWN)
         return entry.d_type == DT_DIR;
     struct stat info;
@@ -56,7 +37,7 @@ bool IsDirectory(int folder, const dirent& entry) {
 class zelTreeWalk::Body {
 public:
     bool Open(const char* path) {
-        Directory top = OpenStream(AT_FDCWD, path, O_NOFOLLOW);
+        auto top = Directory::Open(AT_FDCWD, path, O_NOFOLLOW);
         if (!top)
             return false;
         levels.push_back({std::move(top)});
@@ -65,10 +46,9 @@ public:
 
     bool Next(const char*& name, bool& isDirectory) {
         const int former = errno;
-        const dirent* entry;
+        const dirent64* entry;
         do {
-            errno = 0; // so that the end can be told from a failure
-            entry = sys::readdir(levels.back().stream.get());
+            entry = levels.back().open->Next();
             if (entry == nullptr && errno != 0)
                 return false;
         } while (entry != nullptr && IsSelfOrParent(entry->d_name));
@@ -81,8 +61,8 @@ public:
     bool Enter(const char* name) {
         if (levels.size() - firstOpen >= openLimit)
             LetGo();
-        Directory child;
-        while (!(child = OpenStream(InHand(), name, O_NOFOLLOW)))
+        std::unique_ptr<Directory> child;
+        while (!(child = Directory::Open(InHand(), name, O_NOFOLLOW)))
             if ((errno != EMFILE && errno != ENFILE) || !LetGo())
                 return false;
         levels.push_back({std::move(child)});
@@ -90,13 +70,13 @@ public:
     }
 
     bool Leave() {
-        const Directory below = std::move(levels.back().stream);
+        const auto below = std::move(levels.back().open);
         levels.pop_back();
         Level& level = levels.back();
-        if (level.stream)
+        if (level.open)
             return true;
-        level.stream = OpenStream(dirfd(below.get()), "..", 0);
-        if (!level.stream)
+        level.open = Directory::Open(below->Descriptor(), "..", 0);
+        if (!level.open)
             return false;
         firstOpen = levels.size() - 1;
         struct stat info;
@@ -108,7 +88,7 @@ public:
         return false;
     }
 
-    int InHand() const { return dirfd(levels.back().stream.get()); }
+    int InHand() const { return levels.back().open->Descriptor(); }
 
 private:
     /// Closes the uppermost open directory; false if that is the one in hand.
@@ -116,11 +96,11 @@ private:
         const sys::KeepErrno keep;
         Level& level = levels[firstOpen];
         struct stat info;
-        if (firstOpen + 1 == levels.size() || sys::fstat(dirfd(level.stream.get()), &info) != 0)
+        if (firstOpen + 1 == levels.size() || sys::fstat(level.open->Descriptor(), &info) != 0)
             return false;
         level.device = info.st_dev;
         level.number = info.st_ino;
-        level.stream.reset();
+        level.open.reset();
         ++firstOpen;
         return true;
     }
