@@ -9,9 +9,11 @@
 #include <cstdint>
 #include <cstring>
 #include <cwchar>
+#include <new>
 #include <optional>
 
 #include "outside/quillmarsh/sameform.h"
+#include "posix/latin1.h"
 #include "posix/utf8.h"
 
 #include <langinfo.h>
@@ -19,7 +21,7 @@
 
 namespace {
 
-enum class Encoding { Utf8, Ascii, Other };
+enum class Encoding { Utf8, Latin1, Ascii, Other };
 
 /// The name of the encoding of the locale "C", a constant of the C library's: other locales have
 /// names of their own, even where they read the same.
@@ -30,7 +32,8 @@ const char* PlainEncodingName() {
 }
 
 /// The encoding of the calling thread's locale, as far as it makes a difference here. `Ascii` is
-/// any single-byte encoding in which the bytes below 0x80 are ASCII. This is asked for each text,
+/// any single-byte encoding in which the bytes below 0x80 are ASCII, and so is `Latin1`, in which
+/// all bytes are the characters of their numbers. This is asked for each text,
 /// however short, so the two common answers come first, without a call.
 Encoding NativeEncoding() {
     const char* const name = ::nl_langinfo(CODESET);
@@ -39,7 +42,9 @@ Encoding NativeEncoding() {
     if (name[0] == 'U' && name[1] == 'T' && name[2] == 'F' && name[3] == '-' && name[4] == '8' &&
         name[5] == 0)
         return Encoding::Utf8;
-    if (std::strcmp(name, "ANSI_X3.4-1968") == 0 || std::strncmp(name, "ISO-8859-", 9) == 0)
+    if (std::strncmp(name, "ISO-8859-", 9) == 0)
+        return name[9] == '1' && name[10] == 0 ? Encoding::Latin1 : Encoding::Ascii;
+    if (std::strcmp(name, "ANSI_X3.4-1968") == 0)
         return Encoding::Ascii;
     return Encoding::Other;
 }
@@ -56,14 +61,6 @@ bool IsAscii(const char* text, const char* end) {
         if (utf8::AsciiPrefix(text) < utf8::wordSize)
             return false;
     return std::none_of(text, end, [](char byte) { return (byte & 0x80) != 0; });
-}
-
-bool IsUtf8(const char* text, const char* end) {
-    struct {
-        void Ascii(const char*, int) {}
-        void Character(wchar_t) {}
-    } nowhere;
-    return utf8::DecodeRun(text, end, nowhere) == end;
 }
 
 std::optional<std::size_t> CountDecoded(const char* text) {
@@ -171,7 +168,7 @@ int zel_wctomb(char* target, wchar_t wide) {
         return 0;
     const int bytes = utf8::EncodedSize(wide);
     const Encoding encoding = bytes != 0 ? NativeEncoding() : Encoding::Other;
-    if (encoding == Encoding::Utf8 || (encoding == Encoding::Ascii && bytes == 1)) {
+    if (encoding == Encoding::Utf8 || (encoding != Encoding::Other && bytes == 1)) {
         utf8::Encode(target, wide, bytes);
         return bytes;
     }
@@ -198,11 +195,35 @@ std::size_t zel_wcstombs(char* target, const wchar_t* text, std::size_t limit) {
 bool zelSameForm(const char* text, std::size_t length) {
     switch (NativeEncoding()) {
     case Encoding::Utf8:
-        return IsUtf8(text, text + length);
+        return utf8::IsValid(text, text + length);
+    case Encoding::Latin1:
     case Encoding::Ascii:
         return IsAscii(text, text + length);
     case Encoding::Other:
         break;
     }
     return false;
+}
+
+char* zelShortWayToNeut(const char* native, std::size_t length) {
+    if (NativeEncoding() != Encoding::Latin1)
+        return nullptr;
+    const char* const end = native + length;
+    char* const neutral = static_cast<char*>(operator new(latin1::SizeInUtf8(native, end) + 1));
+    *latin1::ToUtf8(neutral, native, end) = 0;
+    return neutral;
+}
+
+char* zelShortWayToNative(const char* neutral, std::size_t length) {
+    if (NativeEncoding() != Encoding::Latin1)
+        return nullptr;
+    // Room for the words that are copied whole.
+    char* const native = static_cast<char*>(operator new(length + 1));
+    char* const end = latin1::FromUtf8(native, neutral, neutral + length);
+    if (end == nullptr) {
+        operator delete(native);
+        return nullptr;
+    }
+    *end = 0;
+    return native;
 }

@@ -110,6 +110,52 @@ inline const char* DecodeRun(const char* text, const char* end, Sink& sink) {
     return text;
 }
 
+/// True if all of [text, end) is UTF-8. Nothing is decoded: the bits that tell are looked at in the
+/// four bytes together.
+///
+/// Requires: a NUL stands at `end`.
+inline bool IsValid(const char* text, const char* end) {
+    while (end - text >= wordSize) {
+        const int count = AsciiPrefix(text);
+        text += count;
+        if (count == wordSize) {
+            // Where so many are ASCII, the next ones often are as well.
+            for (; end - text >= 4 * wordSize; text += 4 * wordSize) {
+                std::uint64_t block[4];
+                std::memcpy(block, text, sizeof block);
+                if (((block[0] | block[1] | block[2] | block[3]) & highBits) != 0)
+                    break;
+            }
+            continue;
+        }
+        do {
+            if (end - text < 4)
+                break;
+            std::uint32_t bytes; // the first one lowest
+            std::memcpy(&bytes, text, sizeof bytes);
+            if constexpr (std::endian::native == std::endian::big)
+                bytes = __builtin_bswap32(bytes);
+            if ((bytes & 0x0000C0E0) == 0x000080C0 && (bytes & 0x1E) != 0)
+                text += 2;
+            else if ((bytes & 0x00C0C0F0) == 0x008080E0 && (bytes & 0x200F) != 0 &&
+                     (bytes & 0x200F) != 0x200D)
+                text += 3;
+            else if ((bytes & 0xC0C0C0F8) == 0x808080F0 && (bytes & 0x3007) != 0 &&
+                     ((bytes & 0x04) == 0 || (bytes & 0x3003) == 0))
+                text += 4;
+            else
+                return false;
+        } while ((*text & 0x80) != 0);
+    }
+    for (int bytes = 0; text < end; text += bytes) {
+        wchar_t wide;
+        bytes = Decode(text, wide);
+        if (bytes == 0)
+            return false;
+    }
+    return true;
+}
+
 /// A sink that stores what it is given, and touches nothing behind that.
 struct WideWriter {
     wchar_t* target;

@@ -55,6 +55,8 @@ char* mbxNativeToNeut(char const* native) {
     const std::size_t length = std::strlen(native);
     if (zelSameForm(native, length))
         return NewCopy(native, length).release();
+    if (char* const neutral = zelShortWayToNeut(native, length))
+        return neutral;
     const std::size_t count = zel_mbstowcs(nullptr, native, length);
     if (count == unconvertible)
         return nullptr;
@@ -71,6 +73,8 @@ char* mbxNeutToNative(char const* neutral) {
     const std::size_t length = std::strlen(neutral);
     if (zelSameForm(neutral, length))
         return NewCopy(neutral, length).release();
+    if (char* const native = zelShortWayToNative(neutral, length))
+        return native;
     const Block<wchar_t> wide = NewBlock<wchar_t>(length + 2);
     mbxNeutToWide(neutral, wide.get());
     const std::size_t count = zel_wcstombs(nullptr, wide.get(), length + 1);

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
-// Texts that need no conversion. This header is the library's own: it is not installed.
+// The shorter ways between native and neutral text; the long one leads through wide text. This
+// header is the library's own: it is not installed.
 #ifndef PLINTH_QUILLMARSH_SAMEFORM_H
 #define PLINTH_QUILLMARSH_SAMEFORM_H
 
@@ -11,5 +12,12 @@
 ///
 /// Requires: a NUL stands behind the bytes. One among them is as good as any other byte.
 bool zelSameForm(const char* text, std::size_t length);
+
+/// The neutral form of `length` bytes of native text, or the native form of neutral text, in a new
+/// block for `operator delete`. Null where the long way has to be gone, which may still find one.
+///
+/// Requires: a NUL stands behind the bytes, and none among them.
+[[nodiscard]] char* zelShortWayToNeut(const char* native, std::size_t length);
+[[nodiscard]] char* zelShortWayToNative(const char* neutral, std::size_t length);
 
 #endif
