@@ -13,6 +13,10 @@
 // at once, as one transfer where it has a fixed width. The buffer is the caller's and must outlive
 // the stream; a stream without one moves nothing and says so in its state.
 //
+// The types that travel are those of the operators. None is an integer of 64 bits: `long long` does
+// not compile. C++ makes an `int`, of 4 bytes, of what it promotes when it is written: `bool`,
+// `signed char` and `wchar_t`, which are to be read as an `int`.
+//
 // A stream serves one thread at a time. No operation throws on its own account, but an exhausted
 // heap and what the buffer throws pass through.
 #ifndef PLINTH_BDTSTREAM_H
@@ -101,7 +105,7 @@ public:
     /// Moves `count` bytes from or to the buffer and returns how many it moved; any other number
     /// than `count` sets eofbit and failbit, or badbit.
     int sgetn(char* data, int count);
-    int sputn(char* data, int count); ///< writes
+    int sputn(char* data, int count); ///< writes, and leaves `data` as it is
 
     void Swap4(char* word); ///< as of bdtBase, in either mode
     void Swap8(char* word); ///< likewise
@@ -179,7 +183,8 @@ public:
     bdtOStream& operator<<(wchar_t const* text);
     bdtOStream& operator<<(bdtOStream& (*manipulator)(bdtOStream&)); ///< calls it
 
-    /// Writes a byte block: its length and its bytes, untouched in either mode.
+    /// Writes a byte block: its length and its bytes, as they are in either mode. `data` is only
+    /// read.
     bdtOStream& Write(char* data, int length);
 
 protected:

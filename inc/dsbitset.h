@@ -6,8 +6,8 @@
 //  - It is a collection of int: its elements are the indices of the bits that are on, its size as
 //    a collection is how many there are, and a walk visits them in ascending order.
 //  - Setting a bit beyond the end grows the set; asking for one there gives off.
-//  - It is combined with sets of its own size only. The operators give 1, or 0 and no change for
-//    a set of another size.
+//  - Only a set of the same size can be combined with it or assigned to it: the operators give 1,
+//    and for a set of another size 0 and no change. The size itself cannot be asked.
 //  - Next, Previous, GetIndex and ByIndex search it, InsertSegment and RemoveSegment move what
 //    lies behind, Save and Restore store it.
 //

@@ -15,6 +15,8 @@
 //    container it has. Adding, removing and finding by key are for the maps; on an array they are
 //    fatal reports.
 //  - Nothing is checked. An index or a range that is outside the array is the caller's bug.
+//  - There is no begin() and no end(): walk by index, by GetDataPtr, or by an iterator. And const
+//    goes no deeper than the array: the elements of a const one can be written.
 //
 // Like std::vector, an array may be read by many threads at once and changed by one alone, and
 // every address into it is void once the buffer has moved. An operation that runs out of memory,
@@ -184,9 +186,8 @@ public:
         this->CopyElems(source, gap, count);
     }
     void Insert(unsigned int pos, const T& element) { Insert(pos, 1, &element); } ///< one element
-    void Append(unsigned int count, const T* source) {
-        Insert(size, count, source);
-    }                                                                ///< at the end
+    /// At the end.
+    void Append(unsigned int count, const T* source) { Insert(size, count, source); }
     void operator+=(const T& element) { Insert(size, 1, &element); } ///< one at the end
     /// Takes `count` elements out; a non-null `removed` receives them.
     void RemoveAt(unsigned int pos, unsigned int count, T* removed) {

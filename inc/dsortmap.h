@@ -113,6 +113,7 @@ private:
     A entries;
 };
 
+/// A map with an array of its own. A deriving class gives the order, by Compare.
 template <typename T, typename K>
 class ZEL_EXPORT dsSortedMap : public dsBaseSortedMap<dsXArray<dsSortedMapEntry<T, K>>, T, K> {};
 
@@ -132,7 +133,7 @@ protected:
     }
 };
 
-/// A map by the values of its keys, read as unsigned machine words.
+/// A map by the values of its keys, read as unsigned machine words: negative keys come last.
 template <typename A, typename T, typename K>
 class ZEL_EXPORT dsBaseScalarMap : public dsBaseSortedMap<A, T, K> {
     static_assert(sizeof(K) <= sizeof(std::uintptr_t), "a key is one machine word");
@@ -153,6 +154,7 @@ private:
     }
 };
 
+/// A map whose keys are integers, enumerators or pointers, with an array of its own.
 template <typename T, typename K>
 class ZEL_EXPORT dsScalarMap : public dsBaseScalarMap<dsXArray<dsSortedMapEntry<T, K>>, T, K> {};
 

@@ -8,7 +8,8 @@
 //    question for it counts again) and no capacity (every append allocates and copies).
 //  - It ends at its first NUL. Lengths and positions count bytes, whatever the encoding.
 //  - It converts to const char* by itself, never to null. So `==` compares addresses, not texts.
-//  - It is copied by assignment only.
+//  - It is copied by assignment only, and never moved. A function can return one that it makes in
+//    its return statement; a std::vector cannot hold any.
 // A default string costs no heap. An address of the text is void after any change of the string.
 // Running out of memory throws what `new` throws; a string that cannot be assigned is then empty,
 // and one that cannot be edited is as it was. Two threads may use two strings.
@@ -134,6 +135,8 @@ ZEL_EXPORT void ToString(unsigned int value, dsString& text, ToStringOptions opt
 /// Makes `s` fit for a delimited list: each `delimiter` in it is doubled. Null gives the empty
 /// text. A list cannot hold every token: behind a delimiter, one that is empty or begins with a
 /// delimiter would read as a part of the token before it.
+///
+/// With a comma between, the tokens "a,b" and "c" make the list "a,,b,c".
 ///
 /// Requires, for both: `s` is not the text of `token`, and `delimiter` is not NUL.
 ZEL_EXPORT void dsMkToken(const char* s, dsString& token, char delimiter);

@@ -2,6 +2,8 @@
 //
 // The result of everything that can fail with a reason. The values are fixed: they may be stored
 // and sent, and none is ever used again for something else.
+//
+// Compare with errOK, which is 1: a bare `if (status)` is taken for success and for failures alike.
 #ifndef PLINTH_ERRSTATUS_H
 #define PLINTH_ERRSTATUS_H
 

@@ -98,7 +98,7 @@ public:
     /// Blocks until the child has ended and gives its exit code: 128 + N if signal N ended it, -1
     /// if the host collected the child before, so that the code is not to be had.
     long WaitForProcess();
-    /// The status record, which has the exit code if the child has ended. Never blocks.
+    /// The status record, whose ExitCode() is the exit code if the child has ended. Never blocks.
     pmExitStatus& GetExitCode();
     /// The status record as it stands.
     pmExitStatus& GetExitStatus() override;

@@ -6,9 +6,12 @@
 // on a thread of this process; pmManageTask can be found again by its thread handle, and
 // pmStrictTask can be watched and never be killed. Child processes are tasks too (execproc.h).
 //
-// An object must outlive its thread: no destructor stops a thread or waits for one. Nothing here
-// takes a lock. A record is written by whoever drives the task, and by its body if the body says
-// how it ended; a reader on another thread has to agree with them.
+// An object must outlive its thread: no destructor stops a thread or waits for one. There is no
+// join either: wait for the ptkStrictTaskEvent of a strict task, or let the body say when it is
+// done.
+//
+// Nothing here takes a lock. A record is written by whoever drives the task, and by its body if the
+// body says how it ended; a reader on another thread has to agree with them.
 //
 // Killing is for threads that will not listen. It unwinds nothing: what the thread held it holds
 // for ever.

@@ -14,9 +14,9 @@
 
 /// A recursive mutex that knows its owner, with a try-lock that never waits for the owner.
 ///
-/// It differs from std::recursive_mutex in two ways: TryLock also gives way to threads that are
-/// waiting already, and a mutex in storage that is still zero, before its constructor has run,
-/// refuses everything until Initialize makes it usable.
+/// It differs from std::recursive_mutex in three ways: TryLock also gives way to threads that are
+/// waiting already; a mutex in storage that is still zero, before its constructor has run, refuses
+/// everything until Initialize makes it usable; and std::lock_guard does not know its names.
 class ZEL_EXPORT proMutex {
 public:
     proMutex();

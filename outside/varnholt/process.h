@@ -8,6 +8,9 @@
 // then the end is known and the code is not.
 //
 // Any thread may ask about a record while another waits on it, as long as nobody lets it go.
+//
+// The reasons of failures below are the last error; errMapError() tells them as errInvalid, errBusy
+// and errNoProcess.
 #ifndef PLINTH_VARNHOLT_PROCESS_H
 #define PLINTH_VARNHOLT_PROCESS_H
 
