@@ -60,10 +60,16 @@ file(RELATIVE_PATH pc_to_prefix /${pc_folder} /)
 configure_file(${CMAKE_CURRENT_LIST_DIR}/plinth.pc.in ${PROJECT_BINARY_DIR}/plinth.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/plinth.pc DESTINATION ${pc_folder} COMPONENT development)
 
+# The formats in Python: one module. Python looks into no folder of every prefix, so it lies where the
+# library has its own; a package puts it where Debian's Python looks.
+set(PLINTH_PYTHON_FOLDER ${CMAKE_INSTALL_DATADIR}/plinth/python CACHE STRING
+  "Where cmake --install puts plinth_wire.py")
+install(FILES python/plinth_wire.py DESTINATION ${PLINTH_PYTHON_FOLDER} COMPONENT python)
+
 # The reference as pages for a browser is made by scripts/docs, and installed if it has been made.
 install(FILES README.md CHANGELOG.md CONTRIBUTING.md SECURITY.md THIRD-PARTY-NOTICES.md LICENSE
   DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT documentation)
 install(DIRECTORY docs DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT documentation
-  FILES_MATCHING PATTERN "*.md")
+  FILES_MATCHING PATTERN "*.md" PATTERN reference EXCLUDE)
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/build/docs/html DESTINATION ${CMAKE_INSTALL_DOCDIR}
   COMPONENT documentation OPTIONAL)

@@ -8,10 +8,11 @@ set(PLINTH_MAINTAINER "The Plinth authors <plinth@packages.invalid>" CACHE STRIN
 set(runtime_name libplinth${plinth_soversion})
 set(development_name libplinth-dev)
 set(documentation_name libplinth-doc)
+set(python_name python3-plinth-wire)
 set(tools_name plinth-tools)
 set(release 1~upstream1) # gives way to a package of Debian's own
 
-set(components runtime development documentation)
+set(components runtime development documentation python)
 if(EXISTS ${PROJECT_SOURCE_DIR}/tools/CMakeLists.txt)
   list(APPEND components tools)
 endif()
@@ -40,9 +41,25 @@ Upstream-Name: Plinth
 Files: *
 Copyright: 2026 The Plinth authors
 License: Expat
+
+Files: html/*.js html/search/*.js
+Copyright: Dimitri van Heesch, OpenJS Foundation and others
+License: Expat
+Comment: What Doxygen puts beside the pages that it makes, with notices inside.
+
+License: Expat
  ${licence}
 ")
 file(WRITE ${papers}/triggers "activate-noawait ldconfig\n")
+# What Python compiles comes and goes with the package.
+file(WRITE ${papers}/postinst "#!/bin/sh
+set -e
+if command -v py3compile >/dev/null; then py3compile -p ${python_name}; fi
+")
+file(WRITE ${papers}/prerm "#!/bin/sh
+set -e
+if command -v py3clean >/dev/null; then py3clean -p ${python_name}; fi
+")
 file(COPY CHANGELOG.md DESTINATION ${papers})
 file(RENAME ${papers}/CHANGELOG.md ${papers}/changelog)
 execute_process(COMMAND gzip -9nf changelog changelog.Debian
@@ -93,7 +110,7 @@ This package holds the shared library, which programs need to run.")
 
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel${multiarch_same})
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS "${runtime_name} ${same_version}")
-set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SUGGESTS ${documentation_name})
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SUGGESTS "${documentation_name}, ${tools_name}, ${python_name}")
 set(CPACK_DEBIAN_DEVELOPMENT_DESCRIPTION "${PROJECT_DESCRIPTION} (development)
 ${about}
 This package holds the headers, the static library, and what CMake and
@@ -103,8 +120,18 @@ set(CPACK_DEBIAN_DOCUMENTATION_PACKAGE_SECTION doc${multiarch_foreign})
 set(CPACK_DEBIAN_DOCUMENTATION_PACKAGE_ARCHITECTURE all)
 set(CPACK_DEBIAN_DOCUMENTATION_DESCRIPTION "${PROJECT_DESCRIPTION} (documentation)
 ${about}
-This package holds the pages on byte formats, on what surprises, and on why
-things are as they are.")
+This package holds the reference of every public name and the guide, as pages
+for a browser; and pages on byte formats, on what surprises, and on why things
+are as they are.")
+
+set(CPACK_DEBIAN_PYTHON_PACKAGE_SECTION python${multiarch_foreign})
+set(CPACK_DEBIAN_PYTHON_PACKAGE_ARCHITECTURE all)
+set(CPACK_DEBIAN_PYTHON_PACKAGE_DEPENDS "python3:any (>= 3.11~)")
+set(CPACK_DEBIAN_PYTHON_PACKAGE_CONTROL_EXTRA ${papers}/postinst ${papers}/prerm)
+set(CPACK_DEBIAN_PYTHON_DESCRIPTION "${PROJECT_DESCRIPTION} (formats in Python)
+${about}
+This package holds plinth_wire, a Python module that reads and writes records,
+framed messages, bit sets and checksums. It does not need the library.")
 
 set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION utils${multiarch_foreign})
 set(CPACK_DEBIAN_TOOLS_PACKAGE_SHLIBDEPS ON)
