@@ -2,7 +2,11 @@
 # GTest::gtest_main: the system's own, or built here where that is for another machine.
 set(PLINTH_GTEST_SOURCES "" CACHE PATH "GoogleTest's sources, to be built for the tests")
 if(NOT PLINTH_GTEST_SOURCES)
-  find_package(GTest REQUIRED)
+  find_package(GTest QUIET)
+  if(NOT GTest_FOUND)
+    message(FATAL_ERROR "No GoogleTest here (Debian: package libgtest-dev). \
+-DPLINTH_TESTS=OFF builds without the tests; cmake --preset install, all that is to be installed.")
+  endif()
 elseif(NOT TARGET GTest::gtest_main)
   find_package(Threads REQUIRED)
   add_library(gtest_main STATIC EXCLUDE_FROM_ALL

@@ -53,9 +53,11 @@ install_missing() {
     done
     [ ${#missing[@]} -gt 0 ] || return 0
     command -v apt-get >/dev/null ||
-        die "please install what Debian calls: ${missing[*]}"
+        die "some programs are missing, and there is no apt-get. Debian's packages of them: ${missing[*]}"
     if [ "$(id -u)" -ne 0 ]; then
-        command -v sudo >/dev/null || die "as root, please: apt-get install ${missing[*]}"
+        command -v sudo >/dev/null ||
+            die "some packages are missing, and there is no sudo. Please have root call this, and run it again:
+    apt-get install --no-install-recommends ${missing[*]}"
         as_root=(sudo)
     fi
     mkdir -p build
@@ -74,7 +76,8 @@ logged() {
 }
 
 # progress: tells how far a ninja or ctest run is ("[3/40] ...", " 3/40 Test ..."). On a terminal
-# that is one line that changes, elsewhere one line for each quarter.
+# that is one line that changes, elsewhere one plain line for each quarter (CONTRIBUTING.md, "What is
+# shown").
 progress() {
     local line at all quarter shown=0
     while IFS= read -r line; do
