@@ -55,9 +55,14 @@ void PutRecord(bdtStream& stream, bool swaps, const char* data, std::size_t size
         return;
     }
     const std::uint32_t word = swaps ? bdt::Swapped(prefix) : prefix;
-    std::memcpy(joined, &word, sizeof word);
-    std::memcpy(joined + sizeof word, data, size);
-    bdt::Put(stream, joined, static_cast<int>(size + sizeof word));
+    const int total = static_cast<int>(size + sizeof word);
+    std::streambuf* const buffer = stream.rdbuf();
+    char* const place = buffer != nullptr ? bdt::MemoryArea::Put(*buffer, total) : nullptr;
+    char* const target = place != nullptr ? place : joined;
+    std::memcpy(target, &word, sizeof word);
+    bdt::MemoryArea::Copy(target + sizeof word, data, static_cast<int>(size));
+    if (place == nullptr)
+        bdt::Put(stream, joined, total);
 }
 
 /// Writes the multibyte form of a wide character behind its length.

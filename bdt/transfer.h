@@ -8,8 +8,9 @@
 #include <cstdint>
 #include <cstring>
 #include <limits>
-#include <streambuf>
+#include <sstream>
 #include <type_traits>
+#include <typeinfo>
 
 #include "bdtstream.h"
 
@@ -26,11 +27,51 @@ inline std::uint64_t Swapped(std::uint64_t word) {
     return __builtin_bswap64(word);
 }
 
+/// The way past the virtual operations of a standard buffer in memory, into its areas: nobody sees
+/// them there, and a call takes longer than a number does. Whatever derives from that buffer, and
+/// any other one, is asked as it should be; so is this one where its area does not suffice.
+class MemoryArea : public std::streambuf {
+public:
+    /// The next `count` bytes of the buffer, which are taken then; null where it has to be asked.
+    static const char* Take(std::streambuf& buffer, int count) {
+        const char* const next = (buffer.*&MemoryArea::gptr)();
+        if (!IsMemory(buffer) || (buffer.*&MemoryArea::egptr)() - next < count)
+            return nullptr;
+        (buffer.*&MemoryArea::gbump)(count);
+        return next;
+    }
+    /// The place for `count` bytes, which are put then; null where the buffer has to be asked.
+    static char* Put(std::streambuf& buffer, int count) {
+        char* const next = (buffer.*&MemoryArea::pptr)();
+        if (!IsMemory(buffer) || (buffer.*&MemoryArea::epptr)() - next < count)
+            return nullptr;
+        (buffer.*&MemoryArea::pbump)(count);
+        return next;
+    }
+    /// Not memcpy: where it knows that there is little to copy, the compiler puts an instruction in
+    /// its place that takes longer to begin than most copies take.
+    static void Copy(char* target, const char* source, int count) {
+        std::memmove(target, source, static_cast<std::size_t>(count));
+    }
+
+private:
+    /// By address, which may say no for too many, but soon.
+    static bool IsMemory(const std::streambuf& buffer) {
+        return &typeid(buffer) == &typeid(std::stringbuf);
+    }
+};
+
 /// bdtStream::sgetn: how many of `count` bytes came.
 inline int Take(bdtStream& stream, char* data, int count) {
     std::streambuf* const buffer = stream.rdbuf();
-    const bool any = buffer != nullptr && count > 0;
-    const int moved = any ? static_cast<int>(buffer->sgetn(data, count)) : 0;
+    int moved = 0;
+    if (buffer != nullptr && count > 0) {
+        if (const char* const source = MemoryArea::Take(*buffer, count)) {
+            MemoryArea::Copy(data, source, count);
+            return count;
+        }
+        moved = static_cast<int>(buffer->sgetn(data, count));
+    }
     if (moved != count) [[unlikely]]
         stream.setstate(bdtStream::eofbit | bdtStream::failbit);
     return moved;
@@ -39,8 +80,14 @@ inline int Take(bdtStream& stream, char* data, int count) {
 /// bdtStream::sputn: how many of `count` bytes went.
 inline int Put(bdtStream& stream, const char* data, int count) {
     std::streambuf* const buffer = stream.rdbuf();
-    const bool any = buffer != nullptr && count > 0;
-    const int moved = any ? static_cast<int>(buffer->sputn(data, count)) : 0;
+    int moved = 0;
+    if (buffer != nullptr && count > 0) {
+        if (char* const target = MemoryArea::Put(*buffer, count)) {
+            MemoryArea::Copy(target, data, count);
+            return count;
+        }
+        moved = static_cast<int>(buffer->sputn(data, count));
+    }
     if (moved != count) [[unlikely]]
         stream.setstate(bdtStream::badbit);
     return moved;
