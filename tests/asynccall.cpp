@@ -53,7 +53,8 @@ TEST_P(Calls, TellTheResultFromTheEndOnAsOftenAsAsked) {
 }
 
 TEST_P(Calls, MayBeForgottenAtAnyTime) {
-    static std::atomic<int> returned{0};
+    static std::atomic<int> returned;
+    returned = 0;
     for (int i = 0; i < 3000; ++i) {
         const Call call(call_async_func([](void*) { return ++returned; }, nullptr));
         ASSERT_TRUE(call);

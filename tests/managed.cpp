@@ -96,6 +96,7 @@ TEST(Managed, StaysFiledWhenItsKillFailsAndAnotherMayTakeItsHandleOver) {
     EXPECT_EQ(&twice, pmManageTask::Fetch(twice.GetHandle()));
     for (void* open : {first, twice.GetHandle(), next.GetHandle()})
         Collect(open);
+    signal(zelTerminateSignal(), SIG_DFL);
 }
 
 } // namespace

@@ -63,6 +63,7 @@ TEST(Memory, KeepsContentsAndGivesBackWhatIsNotNeeded) {
 
 TEST(Memory, ExhaustionIsThatOfNew) {
     static int asked;
+    asked = 0;
     const std::size_t hopeless = PTRDIFF_MAX - 4096;
     void* volatile first = std::malloc(hopeless); // 32 bits have room for one
     char* const block = static_cast<char*>(zelAlloc(5));

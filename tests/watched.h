@@ -14,7 +14,7 @@
 template <typename T>
 class Watched : public dsXArray<T> {
 public:
-    explicit Watched(const dsXACtrl* control = nullptr) : dsXArray<T>(control) {}
+    explicit Watched(const dsXACtrl* control = nullptr) : dsXArray<T>(control) { calls.clear(); }
     using dsXArray<T>::IsConsistent;
 
     T* AllocElems(unsigned int count) const override {
