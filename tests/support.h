@@ -26,8 +26,6 @@
 #include <time.h>
 #include <unistd.h>
 
-#include <gtest/gtest.h>
-
 namespace support {
 
 /// Descriptors that the process has open.
