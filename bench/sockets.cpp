@@ -3,44 +3,19 @@
 // Connections made, used and closed, with a look at what they leave behind. For 100,000 of these:
 //
 //     bench_sockets --benchmark_filter=Connections --benchmark_min_time=20
-#include "psockmsg.h"
+#include "bench/echoserver.h"
 
 #include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <memory>
 #include <string>
-#include <thread>
 
 #include <unistd.h>
 
 #include <benchmark/benchmark.h>
 
 namespace {
-
-/// Answers each message with its own bytes, one connection after the other.
-class EchoServer : public psockService {
-public:
-    EchoServer() : psockService(stop, 10) {
-        Initialize(SystemAssigned);
-        runs = std::thread([this] { Run(); });
-    }
-    ~EchoServer() override {
-        stop.RequestStop();
-        runs.join();
-    }
-    bool Execute(psockStream* stream) override {
-        const std::unique_ptr<psockStream> owned(stream);
-        dsXArray<char> message(nullptr);
-        while (Read(*stream, message) == errOK && Write(*stream, message) == errOK)
-            message.Clear();
-        return false;
-    }
-
-private:
-    zelService stop;
-    std::thread runs;
-};
 
 long OpenDescriptors() {
     using Walk = std::filesystem::directory_iterator;

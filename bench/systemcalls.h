@@ -4,24 +4,15 @@
 #ifndef PLINTH_BENCH_SYSTEMCALLS_H
 #define PLINTH_BENCH_SYSTEMCALLS_H
 
-#include <csignal>
-
 #include <benchmark/benchmark.h>
-#include <sys/ptrace.h>
 #include <sys/wait.h>
-#include <unistd.h>
+
+#include "bench/traced.h"
 
 /// The system calls that a forked process makes for `work`; -1 where it cannot be traced.
 template <typename Work>
 double SystemCallsOf(Work work) {
-    const pid_t child = fork();
-    if (child == 0) {
-        if (ptrace(PTRACE_TRACEME, 0, nullptr, nullptr) != 0)
-            _exit(1);
-        raise(SIGSTOP);
-        work();
-        _exit(0);
-    }
+    const pid_t child = ForkTraced(work);
     int status = 0;
     double stops = 0; // one when a call begins and one when it ends, but for the last
     while (waitpid(child, &status, 0) == child && WIFSTOPPED(status)) {

@@ -15,19 +15,18 @@
 #include <iterator>
 #include <memory>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include <asynccall.h>
 #include <execproc.h>
 #include <pfufs.h>
 #include <pfulock.h>
-#include <psock.h>
-#include <psockmsg.h>
 #include <sys/mman.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
+
+#include "bench/echoserver.h"
 
 namespace {
 
@@ -116,32 +115,6 @@ Outcome Watch(long count, Work work) {
     }
     return outcome;
 }
-
-/// Answers each message with its own bytes, on a thread.
-class EchoServer : public psockService {
-public:
-    EchoServer() : psockService(stop, 10) {
-        Require(Initialize(SystemAssigned));
-        runs = std::thread([this] { Run(); });
-    }
-    EchoServer(const EchoServer&) = delete;
-    EchoServer& operator=(const EchoServer&) = delete;
-    ~EchoServer() override {
-        stop.RequestStop();
-        runs.join();
-    }
-    bool Execute(psockStream* stream) override {
-        const std::unique_ptr<psockStream> owned(stream);
-        dsXArray<char> message(nullptr);
-        while (Read(*stream, message) == errOK && Write(*stream, message) == errOK)
-            message.Clear();
-        return false;
-    }
-
-private:
-    zelService stop;
-    std::thread runs;
-};
 
 using Stream = std::unique_ptr<psockStream>;
 

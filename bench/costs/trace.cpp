@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "trace.h"
 
-#include <csignal>
 #include <cstddef>
 #include <set>
 #include <string>
@@ -9,6 +8,8 @@
 #include <sys/ptrace.h>
 #include <sys/wait.h>
 #include <unistd.h>
+
+#include "bench/traced.h"
 
 namespace {
 
@@ -119,15 +120,7 @@ private:
 namespace costs {
 
 std::optional<std::vector<Taken>> CountsOf(void (*work)()) {
-    const pid_t child = fork();
-    if (child == 0) {
-        if (ptrace(PTRACE_TRACEME, 0, nullptr, nullptr) != 0)
-            _exit(1);
-        raise(SIGSTOP);
-        work();
-        _exit(0);
-    }
-    Tracer tracer(child);
+    Tracer tracer(ForkTraced(work));
     if (!tracer.Run())
         return std::nullopt;
     return std::move(tracer.counts);

@@ -19,7 +19,6 @@ using sys::Fault;
 struct Failing {
     std::string_view call;
     std::vector<int> errors;
-    bool isTransfer = false;
 };
 inline const Failing failing[] = {
     {"accept4", {EINTR, ECONNABORTED, EMFILE, ENOMEM}},
@@ -60,13 +59,13 @@ inline const Failing failing[] = {
     {"ppoll", {EINTR, ENOMEM, Fault::nothingToDo}},
     {"pthread_create", {EAGAIN}},
     {"pthread_sigqueue", {EAGAIN}},
-    {"read", {EINTR, EIO}, true},
+    {"read", {EINTR, EIO}},
     {"readlink", {EACCES, EIO}},
-    {"recv", {EINTR, ECONNRESET, ETIMEDOUT}, true},
+    {"recv", {EINTR, ECONNRESET, ETIMEDOUT}},
     {"rename", {EACCES, EBUSY, ENOSPC}},
     {"rmdir", {EACCES, EBUSY}},
-    {"send", {EINTR, EPIPE, ECONNRESET}, true},
-    {"sendmsg", {EINTR, EPIPE, ECONNRESET}, true},
+    {"send", {EINTR, EPIPE, ECONNRESET}},
+    {"sendmsg", {EINTR, EPIPE, ECONNRESET}},
     {"setsockopt", {ENOPROTOOPT, ENOMEM}},
     {"sigtimedwait", {EINTR}},
     {"socket", {EMFILE, EAFNOSUPPORT, ENOBUFS}},
@@ -79,7 +78,7 @@ inline const Failing failing[] = {
     {"unlink", {EACCES, EBUSY, EROFS}},
     {"unlinkat", {EACCES, EBUSY}},
     {"waitid", {EINTR}},
-    {"write", {EINTR, ENOSPC, EIO, EPIPE}, true},
+    {"write", {EINTR, ENOSPC, EIO, EPIPE}},
 };
 
 } // namespace sweep
