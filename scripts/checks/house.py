@@ -8,7 +8,7 @@ import sys
 
 ROOMS = ("ds", "text", "bdt", "streams", "tasks", "sockets", "files")
 LIBRARY = ROOMS + ("posix", "inc", "outside")
-AROUND = ("tests", "testing", "bench", "fuzz", "examples", "tools", "torture")
+AROUND = ("tests", "testing", "bench", "fuzz", "examples", "tools", "torture", "python", "scripts")
 SHOWN = 40  # findings; more than that are one finding
 
 
