@@ -13,10 +13,10 @@
 #include <clocale>
 #include <cstdlib>
 #include <iostream>
+#include <map>
 #include <memory>
 #include <sstream>
 #include <string>
-#include <vector>
 
 #include <bdtstream.h>
 #include <dsbitset.h>
@@ -46,17 +46,19 @@ struct Copy {
         in.multibyte(0);
         out.multibyte(0);
     }
-    void Text(bool wide) {
+    void Text() {
         dsString text;
         in >> text;
-        const char* const bytes = text;
-        if (in && !wide)
-            out << bytes;
-        if (in && wide) {
-            std::vector<wchar_t> characters(std::string(bytes).size() + 1);
-            std::mbstowcs(characters.data(), bytes, characters.size());
-            out << characters.data();
-        }
+        if (in)
+            out << static_cast<const char*>(text);
+    }
+    void Wide() {
+        dsString text;
+        in >> text;
+        std::wstring wide(text.GetLength() + 1, L'\0');
+        std::mbstowcs(wide.data(), text, wide.size());
+        if (in)
+            out << wide.c_str();
     }
     void Block() {
         char* bytes = nullptr;
@@ -68,32 +70,16 @@ struct Copy {
     }
 
     void operator()(const std::string& kind) {
-        if (kind == "char")
-            Number<char>();
-        else if (kind == "uchar")
-            Number<unsigned char>();
-        else if (kind == "short")
-            Number<short>();
-        else if (kind == "ushort")
-            Number<unsigned short>();
-        else if (kind == "int")
-            Number<int>();
-        else if (kind == "uint")
-            Number<unsigned int>();
-        else if (kind == "long")
-            Number<long>();
-        else if (kind == "ulong")
-            Number<unsigned long>();
-        else if (kind == "float")
-            Number<float>();
-        else if (kind == "double")
-            Number<double>();
-        else if (kind == "character")
-            Character();
-        else if (kind == "block")
-            Block();
-        else
-            Text(kind == "wide");
+        static const std::map<std::string, void (Copy::*)()> kinds{
+            {"char", &Copy::Number<char>},   {"uchar", &Copy::Number<unsigned char>},
+            {"short", &Copy::Number<short>}, {"ushort", &Copy::Number<unsigned short>},
+            {"int", &Copy::Number<int>},     {"uint", &Copy::Number<unsigned int>},
+            {"long", &Copy::Number<long>},   {"ulong", &Copy::Number<unsigned long>},
+            {"float", &Copy::Number<float>}, {"double", &Copy::Number<double>},
+            {"character", &Copy::Character}, {"text", &Copy::Text},
+            {"wide", &Copy::Wide},           {"block", &Copy::Block},
+        };
+        (this->*kinds.at(kind))();
     }
 };
 
