@@ -20,6 +20,7 @@ constexpr std::size_t rowBytes = 8;
 constexpr std::size_t pieceSize = 4096;
 constexpr std::size_t longestShown = 60; // bytes of a text
 constexpr std::size_t prefixSize = 4;
+constexpr char hexDigits[] = "0123456789ABCDEF";
 
 std::string Hex(std::uint64_t number, std::size_t digits) {
     char text[17];
@@ -378,8 +379,10 @@ void Dumper::Rows(std::uint64_t offset, std::string_view bytes, const std::strin
 void Dumper::Row(std::uint64_t offset, std::string_view bytes, const std::string& name,
                  const std::string& value, const std::string& fault) {
     std::string hex;
-    for (const char c : bytes)
-        hex += Hex(static_cast<unsigned char>(c), 2) + ' ';
+    for (const char c : bytes) { // most of the time goes here
+        const auto byte = static_cast<unsigned char>(c);
+        hex += {hexDigits[byte >> 4], hexDigits[byte & 15], ' '};
+    }
     hex.resize(rowBytes * 3 + 1, ' ');
     const auto in = [this](const char* colour, const std::string& text) {
         return look.colours ? colour + text + "\033[0m" : text;
