@@ -54,8 +54,10 @@ int Serve(int argc, char** argv) {
     service.StopOnSignal(SIGINT);
     service.StopOnSignal(SIGTERM);
     FileServer server(service, folder, std::chrono::seconds(argc > 3 ? std::atoi(argv[3]) : 60));
-    if (!server.Initialize(argc > 2 ? std::atoi(argv[2]) : SystemAssigned))
+    if (!server.Initialize(argc > 2 ? std::atoi(argv[2]) : SystemAssigned)) {
+        std::cerr << "fileserv_server: cannot listen: " << errName(errMapError()) << '\n';
         return EXIT_FAILURE;
+    }
     std::cout << "listening on port " << server.GetPort() << std::endl;
     server.Run();
     return EXIT_SUCCESS;

@@ -47,8 +47,10 @@ int main(int argc, char** argv) {
     service.StopOnSignal(SIGINT);
     service.StopOnSignal(SIGTERM);
     LineServer server(service, 100);
-    if (!server.Initialize(argc > 1 ? std::atoi(argv[1]) : SystemAssigned))
+    if (!server.Initialize(argc > 1 ? std::atoi(argv[1]) : SystemAssigned)) {
+        std::cerr << "lines_server: cannot listen: " << errName(errMapError()) << '\n';
         return EXIT_FAILURE;
+    }
     std::cout << "listening on port " << server.GetPort() << std::endl;
     server.Run();
     return EXIT_SUCCESS;
