@@ -42,8 +42,13 @@ Files: *
 Copyright: 2026 The Plinth authors
 License: Expat
 
-Files: html/*.js html/search/*.js
-Copyright: Dimitri van Heesch, OpenJS Foundation and others
+Files: html/*.js html/search/*.js html/tabs.css
+Copyright: 1997-2020 Dimitri van Heesch
+ OpenJS Foundation and other contributors
+ 2007 Ariel Flesler
+ 2011-2014 Dave Furfero
+ 2018 Steven Benner
+ Vasil Dinkov, Vadikom Web Ltd.
 License: Expat
 Comment: What Doxygen puts beside the pages that it makes, with notices inside.
 
