@@ -312,9 +312,14 @@ void Supervisor::End(int signal) {
     const Clock::time_point now = Clock::now();
     const bool again = killAt.has_value();
     limitAt.reset();
-    for (const Process& below : Descendants(strangers))
+    bool told = !ended;
+    for (const Process& below : Descendants(strangers)) {
         if (!below.ended)
             Send(below, signal);
+        told = told || below.id == static_cast<int>(id);
+    }
+    if (!told) // without /proc the command alone is known
+        kill(static_cast<pid_t>(id), signal);
     if (signal == SIGKILL) {
         killAt = now + betweenKills;
         if (!giveUpAt && !gaveUp)
