@@ -29,6 +29,9 @@
 #include <cstdint>
 #include <cstring>
 #include <type_traits>
+#ifdef __cpp_rtti
+#include <typeinfo>
+#endif
 
 #include "outside/quillmarsh/abort.h"
 #include "outside/quillmarsh/memory.h"
@@ -39,6 +42,20 @@
 #pragma GCC visibility push(default)
 class pfuDirPath;
 #pragma GCC visibility pop
+
+/// Whether `object` is a `Class` and of no class that derives from it: nobody overrides anything,
+/// and what a virtual operation would do may be done in place. Without type information nobody can
+/// tell: false.
+template <typename Class, typename Base>
+bool dsIsExactly([[maybe_unused]] const Base& object) {
+#ifdef __cpp_rtti
+    // By address: it may be false where several modules have the class, and it is never wrongly
+    // true.
+    return __builtin_expect(&typeid(object) == &typeid(Class), 1);
+#else
+    return false;
+#endif
+}
 
 /// Walks the elements of a container, which must outlive the iterator.
 template <typename T>
@@ -187,8 +204,21 @@ public:
     }
     void Insert(unsigned int pos, const T& element) { Insert(pos, 1, &element); } ///< one element
     /// At the end.
-    void Append(unsigned int count, const T* source) { Insert(size, count, source); }
-    void operator+=(const T& element) { Insert(size, 1, &element); } ///< one at the end
+    void Append(unsigned int count, const T* source) {
+        if (count <= capacity - size && dsIsExactly<dsXArray>(*this)) {
+            this->dsDataCollection<T>::CopyElems(source, data + size, count);
+            size += count;
+        } else {
+            Insert(size, count, source);
+        }
+    }
+    /// One at the end.
+    void operator+=(const T& element) {
+        if (__builtin_expect(size < capacity, 1) && dsIsExactly<dsXArray>(*this))
+            data[size++] = element;
+        else
+            Insert(size, 1, &element);
+    }
     /// Takes `count` elements out; a non-null `removed` receives them.
     void RemoveAt(unsigned int pos, unsigned int count, T* removed) {
         T* const gap = data + pos;
