@@ -30,10 +30,20 @@ Keys Ordered(std::size_t count) {
     return keys;
 }
 
-Keys Shuffled(std::size_t count) {
+Keys Shuffled(std::size_t count, unsigned int seed = 1) {
     Keys keys = Ordered(count);
-    std::shuffle(keys.begin(), keys.end(), std::mt19937(1));
+    std::shuffle(keys.begin(), keys.end(), std::mt19937(seed));
     return keys;
+}
+
+/// Enough orders, one behind the other, that the processor cannot learn by heart where keys lie.
+Keys ManyOrders(std::size_t count, std::size_t least = 200'000) {
+    Keys all;
+    for (unsigned int seed = 1; all.size() < least; ++seed) {
+        const Keys keys = Shuffled(count, seed);
+        all.insert(all.end(), keys.begin(), keys.end());
+    }
+    return all;
 }
 
 std::uintptr_t Number(const void* value) {
@@ -172,33 +182,39 @@ template <typename Map>
 void Finding(const char* contender) {
     for (const std::size_t size : Sizes)
         contest::Contend({"find", size}, contender, [=](benchmark::State& state) {
-            const Keys sought = Shuffled(size);
+            const Keys sought = ManyOrders(size);
             // The nodes of a tree lie where its history has put them; an array has no history.
-            const std::unique_ptr<Map> map = Filled<Map>(Map::Nodes ? sought : Ordered(size));
+            const std::unique_ptr<Map> map =
+                Filled<Map>(Map::Nodes ? Shuffled(size) : Ordered(size));
             std::size_t i = 0;
             for (auto _ : state) {
                 benchmark::DoNotOptimize(map->Find(sought[i]));
-                i = i + 1 < size ? i + 1 : 0;
+                i = i + 1 < sought.size() ? i + 1 : 0;
             }
         });
 }
 
+/// Fills a map with `size` of the keys in each round.
+template <typename Map>
+void Add(benchmark::State& state, const Keys& keys, std::size_t size) {
+    std::size_t from = 0;
+    for (auto _ : state) {
+        Map map;
+        for (std::size_t i = from; i < from + size; ++i)
+            map.Add(keys[i]);
+        benchmark::DoNotOptimize(map.Find(keys[from]));
+        from = from + size < keys.size() ? from + size : 0;
+    }
+}
+
 template <typename Map>
 void Adding(const char* contender) {
-    const auto add = [=](const char* name, std::size_t size, const Keys& keys) {
-        contest::Contend({name, size}, contender, [=](benchmark::State& state) {
-            for (auto _ : state) {
-                Map map;
-                for (char* key : keys)
-                    map.Add(key);
-                benchmark::DoNotOptimize(map.Find(keys[0]));
-            }
-        });
-    };
     for (const std::size_t size : Sizes)
-        add("add in order", size, Ordered(size));
+        contest::Contend({"add in order", size}, contender,
+                         [=](benchmark::State& state) { Add<Map>(state, Ordered(size), size); });
     for (const std::size_t size : RandomSizes)
-        add("add at random", size, Shuffled(size));
+        contest::Contend({"add at random", size}, contender,
+                         [=](benchmark::State& state) { Add<Map>(state, ManyOrders(size), size); });
 }
 
 template <typename Map>
