@@ -159,11 +159,16 @@ int dsString::ReplaceSubStr(const char* find, const char* with, int maxCount) {
     const std::size_t findLength = std::strlen(find), withLength = std::strlen(with);
     assert(findLength != 0);
     const int limit = maxCount > 0 ? maxCount : 1'000'000;
+    // Searched once: the first places are kept here, more of them on the heap.
+    const char* first[32];
+    dsXArray<const char*> more(nullptr);
     int count = 0;
-    const char* hit = text;
-    while (count < limit && (hit = std::strstr(hit, find)) != nullptr) {
-        ++count;
-        hit += findLength;
+    for (const char* hit = text; count < limit && (hit = std::strstr(hit, find)) != nullptr;
+         hit += findLength, ++count) {
+        if (count < 32)
+            first[count] = hit;
+        else
+            more += hit;
     }
     if (count == 0)
         return 0;
@@ -173,7 +178,7 @@ int dsString::ReplaceSubStr(const char* find, const char* with, int maxCount) {
     char* end = replaced;
     const char* rest = text;
     for (int i = 0; i < count; ++i) {
-        hit = std::strstr(rest, find);
+        const char* const hit = i < 32 ? first[i] : more.GetDataPtr()[i - 32];
         end = Put(Put(end, rest, hit), with, with + withLength);
         rest = hit + findLength;
     }
