@@ -43,6 +43,18 @@ std::size_t CountWords(const unsigned char* bits, std::size_t words) {
     return SumOfBytes(sums);
 }
 
+/// The byte from which on not every block of words is 0: `byte`, or a later one as many words on.
+std::size_t SkipZeros(const unsigned char* bits, std::size_t byte, std::size_t bytes) {
+    constexpr std::size_t step = 4 * wordBytes;
+    for (; byte + step <= bytes; byte += step) {
+        Word raw[4]; // 0 is 0 in any order
+        std::memcpy(raw, bits + byte, step);
+        if ((raw[0] | raw[1] | raw[2] | raw[3]) != 0)
+            break;
+    }
+    return byte;
+}
+
 /// The bits [from, from + count) on top of a word, `count` at most a word's.
 Word LoadBits(const unsigned char* bits, std::size_t from, std::size_t count) {
     const std::size_t shift = from & 7;
@@ -118,7 +130,7 @@ std::size_t FindForward(const unsigned char* bits, std::size_t from, std::size_t
             (left >= wordBytes ? Load(bits + byte) : LoadSome(bits + byte, left)) & wanted;
         if (word != 0)
             return std::min(end, byte * 8 + static_cast<std::size_t>(std::countl_zero(word)));
-        byte += wordBytes;
+        byte = SkipZeros(bits, byte + wordBytes, bytes);
     }
     return end;
 }

@@ -183,22 +183,30 @@ int dsBitSet::Combine(const dsBitSet& other, Operation operation) {
     onCountValid = false;
     if (bitCount != other.bitCount)
         return 0;
-    unsigned char* mine = bytes; // a copy: a store to bytes might change a member
-    const unsigned char* theirs = other.bytes;
-    const auto step = [&](std::size_t width) {
+    unsigned char* const mine = bytes; // a copy: a store to bytes might change a member
+    const unsigned char* const theirs = other.bytes;
+    const auto combined = [=](std::size_t from, std::size_t width) {
         Word left = 0;
         Word right = 0;
-        std::memcpy(&left, mine, width);
-        std::memcpy(&right, theirs, width);
-        left = operation(left, right);
-        std::memcpy(mine, &left, width);
-        mine += width;
-        theirs += width;
+        std::memcpy(&left, mine + from, width);
+        std::memcpy(&right, theirs + from, width);
+        return operation(left, right);
     };
-    std::size_t size = BytesFor(bitCount);
-    for (; size >= bitwords::wordBytes; size -= bitwords::wordBytes)
-        step(bitwords::wordBytes);
-    step(size);
+    const std::size_t size = BytesFor(bitCount);
+    if (size < bitwords::wordBytes) {
+        const Word only = combined(0, size);
+        std::memcpy(mine, &only, size);
+        return 1;
+    }
+    // The last word overlaps the one before it, so it is made of what both were.
+    const std::size_t tail = size - bitwords::wordBytes;
+    const Word last = combined(tail, bitwords::wordBytes);
+    const std::size_t words = size / bitwords::wordBytes;
+    for (std::size_t i = 0; i < words; ++i) {
+        const Word word = combined(i * bitwords::wordBytes, bitwords::wordBytes);
+        std::memcpy(mine + i * bitwords::wordBytes, &word, bitwords::wordBytes);
+    }
+    std::memcpy(mine + tail, &last, bitwords::wordBytes);
     return 1;
 }
 
