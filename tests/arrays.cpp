@@ -59,7 +59,8 @@ TEST(Array, BehavesLikeAString) {
     std::mt19937 random(20);
     for (const dsXACtrl& policy : {dsXACtrl(0, false), dsXACtrl(16, true), dsXACtrl(7, true)}) {
         Watched<char> array(&policy);
-        std::string model;
+        dsXArray<char> plain(&policy); // has no policy of its own, and appends in place
+        std::string model, appended;
         for (int step = 0; step < 4000; ++step) {
             const auto pos = static_cast<unsigned int>(random() % (model.size() + 1));
             const auto rest = static_cast<unsigned int>(random() % (model.size() - pos + 1));
@@ -73,6 +74,11 @@ TEST(Array, BehavesLikeAString) {
                 array.Insert(pos, static_cast<unsigned int>(text.size()), text.data());
                 model.insert(pos, text);
             }
+            if (step % 64 == 0)
+                plain.Clear(), appended.clear();
+            plain.Append(static_cast<unsigned int>(text.size()), text.data());
+            plain += 'c';
+            ASSERT_EQ(Bytes(plain), appended += text + 'c') << "step " << step;
             ASSERT_TRUE(array.IsConsistent()) << "step " << step;
             ASSERT_EQ(Bytes(array), model) << "step " << step;
         }
