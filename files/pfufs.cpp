@@ -62,6 +62,8 @@ errstatus pfuFS::pfuCopyFile(const char* from, const char* to) {
     const files::FileHandle target(files::OpenTarget(to));
     if (!target.IsOpen())
         return errMapError();
+    if (uMoveBytes(source.Get(), target.Get()))
+        return errOK;
     char block[65536];
     for (;;) {
         unsigned int got, put;

@@ -35,9 +35,11 @@ constinit std::atomic<unsigned> cripples{0};
 }
 
 bool CanBeInterrupted(std::string_view name) {
-    static constexpr std::string_view names[] = {"accept4", "connect", "flock",  "futex",
-                                                 "open",    "openat",  "ppoll",  "read",
-                                                 "recv",    "send",    "waitid", "write"};
+    static constexpr std::string_view names[] = {"accept4", "connect", "copy_file_range",
+                                                 "flock",   "futex",   "open",
+                                                 "openat",  "ppoll",   "read",
+                                                 "recv",    "send",    "waitid",
+                                                 "write"};
     return std::find(std::begin(names), std::end(names), name) != std::end(names);
 }
 

@@ -36,6 +36,12 @@ inline int posix_fadvise(int fd, off_t start, off_t length, int advice) {
     return numbered(__func__, [=] { return ::posix_fadvise(fd, start, length, advice); });
 }
 
+inline ssize_t copy_file_range(int source, int target, size_t size) {
+    return transfer(__func__, size, [=](size_t most) {
+        return ::copy_file_range(source, nullptr, target, nullptr, most, 0);
+    });
+}
+
 inline int stat(const char* path, struct stat* info) {
     return called(__func__, [=] { return ::stat(path, info); });
 }

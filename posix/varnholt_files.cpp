@@ -52,9 +52,10 @@ int OpenFlags(unsigned int access, unsigned int disposition) {
     }
 }
 
-/// What follows an open: the refusal of directories, the sharing mode, the emptying.
-bool Settle(int descriptor, unsigned int access, unsigned int sharing, unsigned int disposition) {
-    struct stat info;
+/// What follows an open: the refusal of directories, the sharing mode, the emptying. `info` is what
+/// it was before that.
+bool Settle(int descriptor, unsigned int access, unsigned int sharing, unsigned int disposition,
+            struct stat& info) {
     if (sys::fstat(descriptor, &info) != 0)
         return false;
     if (S_ISDIR(info.st_mode)) {
@@ -94,15 +95,32 @@ void* uCreateFile(const char* path, unsigned int access, unsigned int sharing, v
             errno = ENOTSUP;
         return zelHandleOfDescriptor(-1);
     }
-    if (!Settle(descriptor, access, sharing, disposition)) {
+    struct stat info;
+    if (!Settle(descriptor, access, sharing, disposition, info)) {
         const sys::KeepErrno keep;
         sys::close(descriptor);
         return zelHandleOfDescriptor(-1);
     }
-    if ((hints & sequentialScan) != 0)
+    constexpr off_t readAhead = 128
+                                << 10; // the system reads so much of a small file at once anyway
+    if ((hints & sequentialScan) != 0 && info.st_size > readAhead)
         sys::posix_fadvise(descriptor, 0, 0, POSIX_FADV_SEQUENTIAL);
     errno = former;
     return zelHandleOfDescriptor(descriptor);
+}
+
+bool uMoveBytes(void* from, void* to) {
+    const sys::KeepErrno keep;
+    const int source = zelDescriptorOfHandle(from), target = zelDescriptorOfHandle(to);
+    constexpr std::size_t most = 4 << 20; // in a call, which few signals stop
+    for (bool any = false;; any = true) {
+        // Regular files alone can be copied so. Of some, such as those of /proc, it knows no bytes
+        // where a read does.
+        const ssize_t moved =
+            sys::retry([&] { return sys::copy_file_range(source, target, most); });
+        if (moved <= 0)
+            return moved == 0 && any;
+    }
 }
 
 bool uCreateDirectory(const char* path, void*) {

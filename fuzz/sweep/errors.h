@@ -26,6 +26,7 @@ inline const Failing failing[] = {
     {"chdir", {EACCES, EIO}},
     {"close", {EINTR, EIO}},
     {"connect", {EINTR, ECONNREFUSED, ETIMEDOUT, ENETUNREACH}},
+    {"copy_file_range", {EINTR, EIO, ENOSPC}, true},
     {"eventfd", {EMFILE, ENOMEM}},
     {"eventfd_write", {}}, // as it is used
     {"fchmod", {EPERM, EROFS}},
@@ -38,6 +39,7 @@ inline const Failing failing[] = {
     {"futex", {EINTR, EAGAIN}},
     {"futimens", {EPERM, EROFS}},
     {"getcwd", {ENOENT, ENOMEM}},
+    {"getdents64", {EIO}},
     {"gethostname", {ENAMETOOLONG}},
     {"getpeername", {ENOTCONN, ENOBUFS}},
     {"getpwuid_r", {EINTR, EIO, EMFILE, ERANGE}},

@@ -32,6 +32,11 @@
                                            unsigned int disposition, unsigned int flags,
                                            void* pattern);
 
+/// Moves all bytes from where the one opening stands to where the other does, as far as the system
+/// can do that by itself. False says that there may be more: whoever then reads and writes what is
+/// left learns why, if that fails too.
+[[nodiscard]] ZEL_EXPORT bool uMoveBytes(void* from, void* to);
+
 /// Makes one directory. False where that fails; where the reason is that there is a directory at
 /// the path already, no error stands, so that errMapError gives errOK. `security` is null.
 [[nodiscard]] ZEL_EXPORT bool uCreateDirectory(const char* path, void* security);
