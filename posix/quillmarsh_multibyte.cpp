@@ -33,8 +33,8 @@ const char* PlainEncodingName() {
 
 /// The encoding of the calling thread's locale, as far as it makes a difference here. `Ascii` is
 /// any single-byte encoding in which the bytes below 0x80 are ASCII, and so is `Latin1`, in which
-/// all bytes are the characters of their numbers. This is asked for each text,
-/// however short, so the two common answers come first, without a call.
+/// all bytes are the characters of their numbers. This is asked for each text, however short, so
+/// the two common answers come first, without a call.
 Encoding NativeEncoding() {
     const char* const name = ::nl_langinfo(CODESET);
     if (name == PlainEncodingName())

@@ -369,7 +369,7 @@ const Scenario scenarios[] = {
      "pfuDirPath::* pfuDirEntry::* pfuOSPath::* issep IsUnixStyleAbsPath IsWinStyleAbsPath "
      "pfuIsStringPathAbsolute pfuFS::pfuIsParentPath pfuFS::pfuReadLink",
      Paths},
-    {"copy a file", "pfuFS::pfuCopyFile", CopyFile},
+    {"copy a file", "pfuFS::pfuCopyFile uMoveBytes", CopyFile},
     {"replace a text", "pfuFS::pfuReplaceString", ReplaceString},
     {"a checksum", "pfuFS::pfuCalcCheckSumByPath", CheckSum},
     {"rename", "pfuFS::pfuRenameFile", Rename},
