@@ -277,8 +277,10 @@ bool Try(const char* name, const std::vector<std::string>& command, const Dialec
         }
     const Picture after = Picture::Settled(id, before);
     const long heapAfter = isOurs ? HeapBytes(port) : 0;
-    // Stacks of ended threads that the C library keeps, and what it notes of them.
-    constexpr long slack = 1024, heapSlack = 8192;
+    // With threads: stacks that the C library keeps for the next ones with what it notes of them,
+    // and holes in the heap, the more the more clients are there at once.
+    constexpr long heapSlack = 8192;
+    const long slack = isOurs ? 8192 : 256;
     // At the most: no length is believed before its bytes are there.
     constexpr long room = 64L << 10;
     std::printf("    %s: before and after: descriptors %ld %ld, threads %ld %ld, resident %ld %ld "
