@@ -124,6 +124,7 @@ TEST(ArrayDeathTest, KeyedCallsAreFatalReports) {
     EXPECT_DEATH(array.Find(0, value), "^dsDataMap::Find \\(\\) \\(dsdatcol:307\\)");
     zelSetAbortHandler([](const char*, const char*, int) {});
     EXPECT_FALSE(array.Add(0, 'b') || array.Remove(0) || array.Find(0, value));
+    zelSetAbortHandler(nullptr);
 }
 
 } // namespace
