@@ -23,6 +23,7 @@ public:
 
     /// What is left, 0 once it has passed; nothing for a deadline that never comes.
     [[nodiscard]] std::optional<std::chrono::nanoseconds> Left() const;
+    [[nodiscard]] bool IsNever() const { return !when; }
     [[nodiscard]] bool HasPassed() const { return Left() == std::chrono::nanoseconds::zero(); }
 
 private:

@@ -6,32 +6,10 @@
 #include <vector>
 
 #include "posix/polling.h"
+#include "posix/readiness.h"
 #include "posix/syscalls.h"
 
 namespace {
-
-short InterestOf(zelBaseEvent::Readiness readiness) {
-    switch (readiness) {
-    case zelBaseEvent::Writable:
-        return POLLOUT;
-    case zelBaseEvent::Exceptional:
-        return POLLPRI;
-    case zelBaseEvent::Readable:
-        break;
-    }
-    return POLLIN;
-}
-
-/// Whether what poll reports is what was waited for: poll reports hang-ups and errors to
-/// everybody, also to those who asked for neither.
-bool HasFired(const pollfd& entry) {
-    short wanted = entry.events;
-    if (entry.events & POLLIN)
-        wanted |= POLLHUP | POLLERR;
-    if (entry.events & POLLOUT)
-        wanted |= POLLERR;
-    return (entry.revents & wanted) != 0;
-}
 
 /// The descriptors that can fire, in the order of their events, each with the index of its event.
 /// Events without one are left out.
@@ -116,8 +94,9 @@ bool zelEvent::IsSignaled() {
     const sys::KeepErrno keep;
     if (const auto ready = base ? base->WaitAlone(0) : std::nullopt)
         return *ready;
-    pollfd entry{GetDescriptor(), base ? InterestOf(base->GetReadiness()) : short{0}, 0};
-    return posix::PollUntil(&entry, 1, posix::Deadline::InMilliseconds(0)) > 0 && HasFired(entry);
+    pollfd entry{GetDescriptor(), base ? posix::InterestOf(base->GetReadiness()) : short{0}, 0};
+    return posix::PollUntil(&entry, 1, posix::Deadline::InMilliseconds(0)) > 0 &&
+           posix::HasFired(entry);
 }
 
 bool zelEvent::Wait(int msec) {
@@ -141,7 +120,7 @@ int zelEvent::WaitAny(zelEvent* const* events, unsigned int count, int msec) {
             }
         const int descriptor = events[i]->GetDescriptor();
         if (descriptor >= 0)
-            set.Add({descriptor, InterestOf(events[i]->base->GetReadiness()), 0}, i);
+            set.Add({descriptor, posix::InterestOf(events[i]->base->GetReadiness()), 0}, i);
     }
     for (;;) {
         if (msec < 0 && set.Size() == 0)
@@ -153,7 +132,7 @@ int zelEvent::WaitAny(zelEvent* const* events, unsigned int count, int msec) {
             zelEvent& event = *events[set.OwnerOf(at)];
             if (entry.revents == 0) {
                 ++at;
-            } else if (!HasFired(entry)) {
+            } else if (!posix::HasFired(entry)) {
                 set.Remove(at); // only a hang-up that nobody asked for: it would never go away
             } else if (event.OnEventSignaled()) {
                 return static_cast<int>(set.OwnerOf(at));

@@ -466,15 +466,39 @@ TEST(Events, AnyMixIsWaitedFor) {
     EXPECT_TRUE(refusing.Wait(-1));
     EXPECT_EQ(refusing.fired * 10 + refusing.resets, 23);
 
+    zelEventSet set;
+    zelSocketEvent same(pair.client.get(), zelSelectEvent::Readable);
+    EXPECT_EQ(set.Wait(-1), nullptr) << "nothing in it";
+    EXPECT_TRUE(set.Add(&urgent) && set.Add(&readable) && set.Add(&same) && set.Add(&writable));
+    EXPECT_FALSE(set.Add(&never) || set.Add(&same) || set.Remove(&never));
+    EXPECT_EQ(set.Wait(-1), &writable);
+    EXPECT_TRUE(set.Remove(&writable));
+    EXPECT_GE(support::MillisecondsOf([&] { EXPECT_EQ(set.Wait(50), nullptr); }), 50);
+    pair.server->Write("3", 1, false);
+    pollfd fired{set.GetDescriptor(), POLLIN, 0};
+    EXPECT_EQ(poll(&fired, 1, -1), 1);
+    const zelEvent* const first = set.Wait(-1);
+    EXPECT_TRUE(first == &readable || first == &same);
+    EXPECT_EQ(set.Wait(-1), first == &same ? &readable : &same) << "each in its turn";
+    EXPECT_TRUE(set.Remove(&readable) && set.Remove(&same) && set.Add(&refusing));
+    refusing.fired = refusing.resets = 0;
+    EXPECT_EQ(set.Wait(50), nullptr) << "refused";
+    pair.server->Write("4", 1, false);
+    EXPECT_EQ(set.Wait(-1), &refusing);
+    EXPECT_EQ(refusing.fired * 10 + refusing.resets, 21);
+    EXPECT_EQ(set.Wait(0), nullptr);
+    EXPECT_EQ(refusing.resets, 2);
+    EXPECT_TRUE(set.Remove(&refusing));
+
     // A hang-up is no urgent data, and waiting for that does not burn the processor.
     shutdown(static_cast<int>(pair.server->getSock()), SHUT_RDWR);
     shutdown(static_cast<int>(pair.client->getSock()), SHUT_RDWR);
     const std::clock_t start = std::clock();
     timeval wait{0, 300000};
-    fd_set set;
-    EXPECT_FALSE(urgent.Wait(300));
+    fd_set sockets;
+    EXPECT_FALSE(urgent.Wait(300) || set.Wait(-1));
     const auto timeOut = [&] {
-        EXPECT_EQ(pair.client->SelectWait(nullptr, nullptr, &set, &wait), 0);
+        EXPECT_EQ(pair.client->SelectWait(nullptr, nullptr, &sockets, &wait), 0);
     };
     EXPECT_GE(support::MillisecondsOf(timeOut), 300);
     EXPECT_LT(std::clock() - start, CLOCKS_PER_SEC / 50);

@@ -56,6 +56,21 @@ void WaitForAny() {
     Count([&] { Require(zelEvent::WaitAny(pipes.events.data(), count, -1) == count - 1); });
 }
 
+void WaitInSet() {
+    const Pipes pipes(64);
+    zelEventSet set;
+    for (zelEvent* const event : pipes.events)
+        Require(set.Add(event));
+    Count([&] { Require(set.Wait(-1) == pipes.events.back()); });
+}
+
+void AddToSet() {
+    const Pipes pipes(2);
+    zelEventSet set;
+    Require(set.Add(pipes.events[0]) && pipes.events[1]->GetDescriptor() >= 0);
+    Count([&] { Require(set.Add(pipes.events[1]) && set.Remove(pipes.events[1])); });
+}
+
 void TimeOut() {
     const Pipes pipes(2);
     Count([&] { Require(!pipes.events[0]->Wait(1)); });
@@ -78,6 +93,8 @@ const Row rows[] = {
     {"WaitAny over 1", WaitForAny<1>},
     {"WaitAny over 8", WaitForAny<8>},
     {"WaitAny over 64", WaitForAny<64>},
+    {"an event put into a zelEventSet and out again", AddToSet},
+    {"Wait of a zelEventSet of 64", WaitInSet},
 };
 
 } // namespace

@@ -12,6 +12,7 @@
 #include <boost/asio/ip/tcp.hpp>
 #include <boost/asio/posix/stream_descriptor.hpp>
 #include <poll.h>
+#include <sys/epoll.h>
 #include <sys/resource.h>
 
 #include "contest.h"
@@ -24,10 +25,10 @@ using things::Kind, things::KindOf;
 constexpr std::size_t Sizes[] = {1, 8, 10, 64, 100, 1000};
 
 // Each waits for things of its kind, which are made once and for all.
-class Bare {
+class BareList {
 public:
     using Things = things::Descriptors;
-    Bare(const Things& things, std::size_t count) {
+    BareList(const Things& things, std::size_t count) {
         for (std::size_t i = 0; i < count; ++i)
             entries.push_back({things[i], POLLIN, 0});
     }
@@ -42,6 +43,27 @@ public:
 
 private:
     std::vector<pollfd> entries;
+};
+
+class BareSet {
+public:
+    using Things = things::Descriptors;
+    BareSet(const Things& things, std::size_t count) : set(epoll_create1(EPOLL_CLOEXEC)) {
+        for (std::size_t i = 0; i < count; ++i) {
+            epoll_event wanted{};
+            wanted.events = EPOLLIN;
+            wanted.data.u64 = i;
+            plain::Must(epoll_ctl(set.Get(), EPOLL_CTL_ADD, things[i], &wanted));
+        }
+    }
+    std::size_t Wait() {
+        epoll_event ready{};
+        plain::Must(epoll_wait(set.Get(), &ready, 1, -1));
+        return ready.data.u64;
+    }
+
+private:
+    plain::Socket set;
 };
 
 class Asio {
@@ -112,10 +134,12 @@ private:
     Poco::Net::PollSet set;
 };
 
-class Ours {
+class OurEvents {
 public:
     using Things = things::OurThings;
-    Ours(const Things& things, std::size_t count) {
+    OurEvents(const Things& things, std::size_t count) {
+        owned.reserve(count);
+        events.reserve(count);
         for (std::size_t i = 0; i < count; ++i) {
             owned.push_back(things.EventOf(i, count));
             events.push_back(owned.back().get());
@@ -126,9 +150,24 @@ public:
             zelEvent::WaitAny(events.data(), static_cast<unsigned int>(events.size()), -1));
     }
 
-private:
+protected:
     std::vector<std::unique_ptr<zelEvent>> owned;
     std::vector<zelEvent*> events;
+};
+
+class OurSet : OurEvents {
+public:
+    using OurEvents::Things;
+    OurSet(const Things& things, std::size_t count) : OurEvents(things, count) {
+        for (zelEvent* const event : events)
+            if (!set.Add(event))
+                std::abort();
+    }
+    /// It tells which event has fired, not which one in order.
+    std::size_t Wait() { return set.Wait(-1) == events.back() ? events.size() - 1 : 0; }
+
+private:
+    zelEventSet set;
 };
 
 template <typename Waiter>
@@ -137,22 +176,28 @@ const typename Waiter::Things& ThingsFor(std::size_t count) {
     return all.try_emplace(count, count).first->second;
 }
 
+/// Waits again and again with a waiter that is made before.
 template <typename Waiter>
-void All(const char* contender) {
-    for (const std::size_t count : Sizes) {
-        contest::Contend({"one is ready", count}, contender, [=](benchmark::State& state) {
+void Kept(const char* measure, const char* contender) {
+    for (const std::size_t count : Sizes)
+        contest::Contend({measure, count}, contender, [=](benchmark::State& state) {
             Waiter waiter(ThingsFor<Waiter>(count), count);
             for (auto _ : state)
                 if (waiter.Wait() != count - 1)
                     return state.SkipWithError("the wrong event");
         });
-        contest::Contend({"made for one wait", count}, contender, [=](benchmark::State& state) {
-            const typename Waiter::Things& things = ThingsFor<Waiter>(count);
-            for (auto _ : state)
-                if (Waiter(things, count).Wait() != count - 1)
-                    return state.SkipWithError("the wrong event");
-        });
-    }
+}
+
+template <typename Waiter>
+void MadeForEach(const char* contender) {
+    for (const std::size_t count : Sizes)
+        contest::Contend({"events made for one wait", count}, contender,
+                         [=](benchmark::State& state) {
+                             const typename Waiter::Things& things = ThingsFor<Waiter>(count);
+                             for (auto _ : state)
+                                 if (Waiter(things, count).Wait() != count - 1)
+                                     return state.SkipWithError("the wrong event");
+                         });
 }
 
 } // namespace
@@ -163,8 +208,16 @@ void Contestants() {
         std::abort();
     most.rlim_cur = most.rlim_max;
     plain::Must(setrlimit(RLIMIT_NOFILE, &most));
-    All<Ours>(contest::Plinth);
-    All<PocoSet>("POCO PollSet");
-    All<Asio>("boost::asio");
-    All<Bare>(contest::SystemCalls);
+    constexpr const char* InSet = "events in a set";
+    Kept<OurSet>(InSet, contest::Plinth);
+    Kept<PocoSet>(InSet, "POCO PollSet");
+    Kept<Asio>(InSet, "boost::asio");
+    Kept<BareSet>(InSet, contest::SystemCalls);
+    constexpr const char* InList = "events in a list";
+    Kept<OurEvents>(InList, contest::Plinth);
+    Kept<BareList>(InList, contest::SystemCalls);
+    MadeForEach<OurEvents>(contest::Plinth);
+    MadeForEach<PocoSet>("POCO PollSet");
+    MadeForEach<Asio>("boost::asio");
+    MadeForEach<BareList>(contest::SystemCalls);
 }

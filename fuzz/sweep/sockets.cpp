@@ -166,6 +166,24 @@ void Events() {
     int which = -1;
     Try([&] { which = zelEvent::WaitAny(both, 2, 2000); });
     Expect(which == 1 || !MustWork(), "it fires");
+    zelSocketEvent same(pair.accepted.get(), zelSelectEvent::Readable);
+    std::unique_ptr<zelEventSet> set;
+    Try([&] { set = std::make_unique<zelEventSet>(); });
+    Expect(set != nullptr || MemoryFails(), "a set");
+    if (set != nullptr) {
+        bool one = false, other = false, gone = false;
+        zelEvent* first = nullptr;
+        Try([&] { one = set->Add(event.get()); });
+        Try([&] { other = set->Add(&same); });
+        Expect((one && other) || !MustWork(), "both are in it");
+        Try([&] { first = set->Wait(2000); });
+        Expect(first != nullptr || !MustWork(), "it fires there as well");
+        Try([&] { gone = set->Remove(event.get()); });
+        Expect(gone == one, "it can be removed if it is there");
+        Expect(!other || set->Wait(2000) == &same || !MustWork(), "the other one stays");
+        Expect(set->GetDescriptor() >= 0 || !MustWork(), "a descriptor");
+        Try([&] { set.reset(); });
+    }
     Try([&] { event.reset(); });
 }
 
@@ -264,7 +282,7 @@ const Scenario scenarios[] = {
     {"other servers", "psockNonBlockingServer::* psockService::*", OtherServers},
     {"bytes over a stream", "psockStream::* fds_*", StreamBytes},
     {"on the same machine", "psockStream::IsOnTheSameMachine", SameMachine},
-    {"events", "zelSocketEvent::* zelSelectEvent::* zelBaseEvent::*", Events},
+    {"events", "zelSocketEvent::* zelSelectEvent::* zelBaseEvent::* zelEventSet::*", Events},
     {"messages", "Read Write", Messages},
     {"blocks", "Read Write ReadFromSocket WriteToSocket", Blocks},
     {"standard streams",

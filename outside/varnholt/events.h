@@ -121,7 +121,42 @@ public:
     int GetDescriptor();
 
 private:
+    friend class zelEventSet;
     std::unique_ptr<zelBaseEvent> base;
+};
+
+/// Events that are waited for again and again: a wait costs what has fired, not what is in the set,
+/// where zelEvent::WaitAny looks at every event each time. A set takes one descriptor once there is
+/// an event in it, and one more for each event that watches what another one in it watches.
+///
+/// Events are not owned. Requires: an event is removed before it goes, and before what it watches
+/// is closed. A set belongs to one thread at a time, with its events.
+class ZEL_EXPORT zelEventSet {
+public:
+    zelEventSet();
+    zelEventSet(const zelEventSet&) = delete;
+    zelEventSet& operator=(const zelEventSet&) = delete;
+    ~zelEventSet();
+
+    /// Adds an event: false, with the cause as the last error, if it is there already, has no
+    /// descriptor, or watches what is always ready (a file on disk).
+    bool Add(zelEvent* event);
+    bool Remove(zelEvent* event); ///< false if it is not there
+
+    /// Waits until an event fires, `msec` milliseconds at the most, -1 for ever, and gives it, or
+    /// null when the time has run out. Of several that have fired each has its turn. An empty set
+    /// without a limit gives null at once.
+    ///
+    /// OnReset is called on an event when it is added, and once it has fired before the next wait.
+    zelEvent* Wait(int msec);
+
+    /// A descriptor for the caller's own poll loop, readable when an event has fired; -1 if there
+    /// is none to be had.
+    int GetDescriptor();
+
+private:
+    class Watch;
+    std::unique_ptr<Watch> watch;
 };
 
 /// The readiness of a pipe end, which the event does not own: a read end fires when it has bytes
