@@ -26,7 +26,7 @@ inline const Failing failing[] = {
     {"chdir", {EACCES, EIO}},
     {"close", {EINTR, EIO}},
     {"connect", {EINTR, ECONNREFUSED, ETIMEDOUT, ENETUNREACH}},
-    {"copy_file_range", {EINTR, EIO, ENOSPC}, true},
+    {"copy_file_range", {EINTR, EIO, ENOSPC}},
     {"eventfd", {EMFILE, ENOMEM}},
     {"eventfd_write", {}}, // as it is used
     {"fchmod", {EPERM, EROFS}},
