@@ -7,7 +7,9 @@
 #include <filesystem>
 #include <memory>
 #include <new>
+#include <random>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <Poco/Latin1Encoding.h>
@@ -175,46 +177,64 @@ void Enter(const std::string& name, const Text& text, const char* contender) {
         text.native);
 }
 
+/// Words in no order that a processor could learn by heart.
+std::string Words(std::vector<std::string> from, int count) {
+    std::mt19937 random(20240229);
+    std::string text;
+    for (int i = 0; i < count; ++i)
+        text += from[random() % from.size()] + ' ';
+    return text;
+}
+
+/// Of UTF-8 that has no characters but those of ISO-8859-1.
+std::string ToLatin1(const std::string& text) {
+    std::string latin1;
+    for (std::size_t i = 0; i < text.size(); ++i)
+        if ((text[i] & 0x80) == 0) {
+            latin1 += text[i];
+        } else {
+            latin1 += static_cast<char>((text[i] & 3) << 6 | (text[i + 1] & 0x3F));
+            ++i;
+        }
+    return latin1;
+}
+
 } // namespace
 
 void Contestants() {
-    struct Unit {
-        const char* name;
-        const Locale& locale;
-        const char* native;
-        const char* neutral;
-    };
-    const Unit units[] = {
-        {"ASCII", Utf8(), "plain ascii text ", "plain ascii text "},
-        {"Latin", Utf8(),
-         "Gr\xC3\xBC\xC3\x9F"
-         "e aus K\xC3\xB6ln, viele ",
-         "Gr\xC3\xBC\xC3\x9F"
-         "e aus K\xC3\xB6ln, viele "},
-        {"mixed", Utf8(), "\xE6\xBC\xA2\xE5\xAD\x97 and plain \xE2\x82\xAC text \xC3\xA9, ",
-         "\xE6\xBC\xA2\xE5\xAD\x97 and plain \xE2\x82\xAC text \xC3\xA9, "},
-        {"ASCII in ISO-8859-1", Latin1(), "plain ascii text ", "plain ascii text "},
-        {"Latin in ISO-8859-1", Latin1(),
-         "Gr\xFC\xDF"
-         "e aus K\xF6ln, viele ",
-         "Gr\xC3\xBC\xC3\x9F"
-         "e aus K\xC3\xB6ln, viele "},
-    };
     if (Latin1().locale == nullptr || Utf8().locale == nullptr) {
         std::fputs("no locale C.UTF-8, or no localedef to make one for ISO-8859-1\n", stderr);
         std::exit(1);
     }
+    const std::vector<std::string>
+        ascii = {"plain",   "text", "of", "a",       "locale", "in",   "any",
+                 "country", "has",  "no", "letters", "but",    "these"},
+        latin = {"Gr\u00FC\u00DFe", "aus",  "K\u00F6ln", "viele",        "und",
+                 "sch\u00F6ne",     "Tage", "\u00FCber", "dem",          "Flu\u00DF",
+                 "m\u00F6chten",    "wir",  "Ihnen",     "w\u00FCnschen"},
+        mixed = {"\u6F22\u5B57", "and",    "plain",
+                 "\u20AC",       "text",   "\u304B\u306A\u4EA4\u3058\u308A",
+                 "na\u00EFve",   "\u2013", "100",
+                 "\U0001F600",   "words",  "\u00E9t\u00E9"};
+    const struct {
+        const char* name;
+        const Locale& locale;
+        const std::vector<std::string>& words;
+    } kinds[] = {
+        {"ASCII", Utf8(), ascii},
+        {"Latin", Utf8(), latin},
+        {"mixed", Utf8(), mixed},
+        {"ASCII in ISO-8859-1", Latin1(), ascii},
+        {"Latin in ISO-8859-1", Latin1(), latin},
+    };
     static std::vector<std::unique_ptr<const Text>> texts;
-    for (const Unit& unit : units) {
-        for (const std::size_t repeats : {3, 3000}) {
-            std::string native, neutral;
-            for (std::size_t i = 0; i < repeats; ++i) {
-                native += unit.native;
-                neutral += unit.neutral;
-            }
-            const Text& text =
-                *texts.emplace_back(std::make_unique<Text>(Text{&unit.locale, native, neutral}));
-            const std::string name = std::string(unit.name) + (repeats == 3 ? ", short" : ", long");
+    for (const auto& kind : kinds) {
+        for (const auto& [length, count] : {std::pair(", short", 10), std::pair(", long", 10000)}) {
+            const std::string neutral = Words(kind.words, count);
+            const bool isLatin1 = &kind.locale == &Latin1();
+            const Text& text = *texts.emplace_back(std::make_unique<Text>(
+                Text{&kind.locale, isLatin1 ? ToLatin1(neutral) : neutral, neutral}));
+            const std::string name = std::string(kind.name) + length;
             Enter<Ours>(name, text, contest::Plinth);
             Enter<Iconv>(name, text, "iconv");
             Enter<PocoConverter>(name, text, "POCO TextConverter");
