@@ -46,7 +46,9 @@ public:
     /// False when there is no waiting for it.
     bool AwaitEnd(std::unique_lock<posix::InnerLock>& lock);
     bool Signal(int signal);
+    /// Null where only a thread can watch the child.
     posix::SharedDescriptor EndDescriptor();
+    posix::SharedDescriptor Watch() { return posix::WatchChild(pid); }
     void ReleaseHandle() override;
 
 private:
@@ -210,7 +212,7 @@ posix::SharedDescriptor Child::EndDescriptor() {
         OpenDescriptor(); // there may have been too many open at the launch
     if (ended)
         return posix::SignaledDescriptor();
-    return *end != -1 ? end : posix::WatchChild(pid);
+    return *end != -1 ? end : nullptr;
 }
 
 void Child::ReleaseHandle() {
@@ -293,8 +295,12 @@ zelPROCESSEvent::zelPROCESSEvent(void* process) {
 int zelPROCESSEvent::GetDescriptor() {
     if (watched && (!end || *end == -1)) {
         const sys::KeepErrno keep;
-        const std::lock_guard<posix::InnerLock> guard(childLock);
-        end = static_cast<Child*>(watched.get())->EndDescriptor();
+        Child* const child = static_cast<Child*>(watched.get());
+        std::unique_lock<posix::InnerLock> lock(childLock);
+        end = child->EndDescriptor();
+        lock.unlock();
+        if (!end)
+            end = child->Watch(); // asks the loader, and waits for whoever loads something
     }
     return end ? *end : -1;
 }
