@@ -10,7 +10,6 @@
 
 #include <dirent.h>
 #include <fcntl.h>
-#include <pthread.h>
 #include <pwd.h>
 #include <sys/file.h>
 #include <sys/stat.h>
@@ -103,12 +102,6 @@ inline char* getcwd(char* buffer, size_t size) {
 
 inline int gethostname(char* name, size_t size) {
     return called(__func__, [=] { return ::gethostname(name, size); });
-}
-inline int pthread_atfork(void (*before)(), void (*inParent)(), void (*inChild)()) {
-    return ::pthread_atfork(before, inParent, inChild);
-}
-inline pid_t getpid() {
-    return ::getpid();
 }
 inline uid_t geteuid() {
     return ::geteuid();

@@ -13,6 +13,7 @@
 
 #include <fcntl.h>
 #include <poll.h>
+#include <pthread.h>
 #include <signal.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
@@ -135,6 +136,13 @@ inline int sigtimedwait(const sigset_t* set, siginfo_t* info, const timespec* wa
 /// To the calling thread.
 inline int tgsigqueue(int signal, siginfo_t* info) {
     return static_cast<int>(::syscall(SYS_rt_tgsigqueueinfo, ::getpid(), ::gettid(), signal, info));
+}
+
+inline pid_t getpid() {
+    return ::getpid();
+}
+inline int pthread_atfork(void (*before)(), void (*inParent)(), void (*inChild)()) {
+    return ::pthread_atfork(before, inParent, inChild);
 }
 
 /// Calls `call` again for as long as a signal interrupts it. In the end errno has changed only if

@@ -31,9 +31,6 @@ inline long futex(const void* word, int operation, unsigned int value, const lon
     return operation == FUTEX_WAIT_PRIVATE ? called(__func__, call) : call(); // waking cannot fail
 }
 
-inline pid_t getpid() {
-    return ::getpid();
-}
 inline pid_t gettid() {
     return static_cast<pid_t>(::syscall(SYS_gettid));
 }

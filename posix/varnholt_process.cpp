@@ -23,6 +23,17 @@ constexpr long codeNotKnown = -1; ///< of a child that the host has collected
 /// Guards all children; nothing blocks under it.
 constinit posix::InnerLock childLock;
 
+/// Lets no process be forked while another thread has that lock, which nobody would give back in
+/// the copy. Asked for late, so that what allocators do at forks is done inside of this: memory is
+/// asked for under the lock. False where there is none. Requires: this thread has the lock.
+bool LockAtForks() {
+    static constinit bool locks = false;
+    if (!locks)
+        locks = sys::pthread_atfork([] { childLock.lock(); }, [] { childLock.unlock(); },
+                                    [] { childLock.UnlockInCopy(); }) == 0;
+    return locks;
+}
+
 /// A child that was launched here, as its record's handle points to it.
 ///
 /// Those whose end is not recorded yet stand in a table by their id, also after their record was
@@ -85,6 +96,8 @@ int Child::Launch(char* const* words, const int (&standard)[3], bool ownSession,
     Table::node_type node = entry.extract(entry.begin());
 
     std::unique_lock<posix::InnerLock> lock(childLock);
+    if (!LockAtForks())
+        return ENOMEM;
     CollectAbandoned();
     lock.unlock();
     pid_t started = 0;

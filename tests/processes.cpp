@@ -342,6 +342,28 @@ TEST(Process, IsWatchedWithoutDescriptorsForProcesses) {
     EXPECT_EXIT(_exit(check() ? 0 : 1), testing::ExitedWithCode(0), "");
 }
 
+TEST(Process, StartsInAForkedCopyToo) {
+    ExecProcess child("true", 0);
+    EXPECT_TRUE(child.Start());
+    std::atomic<bool> over{false};
+    std::thread rival([&] {
+        while (!over)
+            child.IsAppAlive();
+    });
+    for (int i = 0; i < 20; ++i) {
+        const pid_t copy = fork();
+        ExecProcess own("true", 0);
+        if (copy == 0)
+            _exit(alarm(20) == 0 && own.Start() ? static_cast<int>(own.WaitForProcess()) : 1);
+        int status = -1;
+        EXPECT_EQ(waitpid(copy, &status, 0), copy);
+        EXPECT_EQ(status, 0);
+    }
+    over = true;
+    rival.join();
+    child.WaitForProcess();
+}
+
 TEST(Process, StartsAsFastFromALargeProcess) {
     using Clock = std::chrono::steady_clock;
     const auto fastest = [](Clock::duration best) {
