@@ -43,9 +43,8 @@ public:
     /// one that no index could follow.
     bool Resize(unsigned long size);
 
-    bool IsOn(unsigned long i) const {
-        return Exist(i) && inf(ByteOf(i), BitOf(i)) != 0;
-    } ///< off for what is outside
+    /// Off for what is outside.
+    bool IsOn(unsigned long i) const { return Exist(i) && inf(ByteOf(i), BitOf(i)) != 0; }
     /// Both grow the set up to `i`; false, and no change, if that fails.
     bool SetOn(unsigned long i);
     bool SetOff(unsigned long i); ///< turns one bit off

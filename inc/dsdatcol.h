@@ -158,8 +158,8 @@ public:
 /// also back again.
 class dsXACtrl {
 public:
-    dsXACtrl(unsigned int elements, bool follow)
-        : shrink(follow), blockSize(elements) {} ///< block size, and whether to shrink
+    /// Block size, and whether to shrink.
+    dsXACtrl(unsigned int elements, bool follow) : shrink(follow), blockSize(elements) {}
 
     bool shrink;            ///< gives memory back when the array gets smaller
     unsigned int blockSize; ///< elements in a block; 0 is as many as 256 bytes hold
@@ -253,8 +253,8 @@ private:
 template <typename T>
 class ZEL_EXPORT dsArrayIter : public dsBaseIter<T> {
 public:
-    explicit dsArrayIter(const dsArray<T>& walked)
-        : index(0), array(&walked) {} ///< `walked` must outlive the iterator
+    /// Requires: `walked` outlives the iterator.
+    explicit dsArrayIter(const dsArray<T>& walked) : index(0), array(&walked) {}
     dsArrayIter(const dsArrayIter&) = default;
 
     dsBaseIter<T>* Reproduce() override { return new dsArrayIter(*this); }

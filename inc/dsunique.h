@@ -27,9 +27,8 @@ public:
 
     /// One more reference to a cell in hand.
     void Lock() { ++refCount; }
-    const char* GetString() const {
-        return cellText;
-    } ///< never null, and the same as long as the cell lives
+    /// Never null, and the same as long as the cell lives.
+    const char* GetString() const { return cellText; }
 
     /// Sets `cell` to the cell for the text of `s`, with one more reference. Null is the empty
     /// text.
@@ -56,9 +55,8 @@ public:
 
     /// Whether the texts are the same: addresses of cells, which say so while both strings live.
     bool operator==(const dsUniqueString& other) const { return cell == other.cell; }
-    bool operator!=(const dsUniqueString& other) const {
-        return cell != other.cell;
-    } ///< the contrary
+    /// The contrary.
+    bool operator!=(const dsUniqueString& other) const { return cell != other.cell; }
 
 private:
     dsStringCell* cell;

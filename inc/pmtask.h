@@ -59,12 +59,11 @@ private:
 class ZEL_EXPORT pmThreadExitStatus : public pmExitStatus {
 public:
     pmThreadExitStatus() : threadHandle(badThreadHandle) {}
-    void SetThreadHandle(void* handle) {
-        threadHandle = handle;
-    } ///< kept for whoever looks at the record in a debugger
+    /// Kept for whoever looks at the record in a debugger.
+    void SetThreadHandle(void* handle) { threadHandle = handle; }
 
 private:
-    [[maybe_unused]] void* threadHandle; // for whoever looks at the record in a debugger
+    [[maybe_unused]] void* threadHandle;
 };
 
 /// Whatever can be started, killed and asked how it ended.
@@ -107,9 +106,8 @@ public:
     virtual unsigned int ThreadRun() = 0;
 
 protected:
-    [[nodiscard]] void* GetHandle() const {
-        return handle;
-    } ///< the thread's; badThreadHandle while there is none
+    /// The thread's; badThreadHandle while there is none.
+    [[nodiscard]] void* GetHandle() const { return handle; }
     /// Ends the thread and gives up its handle: Kill without the record.
     bool EndThread();
 

@@ -12,8 +12,7 @@
 namespace {
 
 /// The descriptors that can fire, in the order of their events, each with the index of its event.
-/// Events without one are left out.
-/// The usual handful of events costs no heap.
+/// Events without one are left out. The usual handful of events costs no heap.
 class PollSet {
 public:
     explicit PollSet(unsigned int most) {

@@ -121,8 +121,8 @@ bool proMutex::TakeTurn() {
 }
 
 /// `mainHandle` is only slept at here, marked with 2 as long as somebody may sleep. Gives way to
-/// other threads once before it sleeps: most owners are done by then, and neither side
-/// has to ask the system to sleep or to wake.
+/// other threads once before it sleeps: most owners are done by then, and neither side has to ask
+/// the system to sleep or to wake.
 [[gnu::noinline]] void proMutex::WaitForTurn() {
     zelStopShield shield; // a stopped thread must not take along what wakes the others
     std::this_thread::yield();
