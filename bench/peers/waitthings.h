@@ -21,6 +21,7 @@
 #include <sys/prctl.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include "plainsockets.h"
 
@@ -33,10 +34,13 @@ inline Kind KindOf(std::size_t at, std::size_t count) {
     return static_cast<Kind>((count - 1 - at) % 4);
 }
 
-/// A child process without a program of its own, which ends with this or with its parent.
+/// A child process without a program of its own, which ends with this or with its parent, and
+/// keeps nothing open: what others hold must come to its end when they close it.
 class Child {
 public:
     Child() : id(plain::Must(fork())) {
+        if (id == 0)
+            close_range(0, ~0U, 0);
         while (id == 0) {
             prctl(PR_SET_PDEATHSIG, SIGKILL);
             pause();
