@@ -68,7 +68,7 @@ class Row:
                 continue
             if paragraph.startswith("Behind: "):
                 for measure in re.findall(r"`([^`]+)`", paragraph.partition("`:")[0] + "`"):
-                    self.reasons[measure] = paragraph
+                    self.reasons[" ".join(measure.split())] = paragraph
             prose.append(paragraph)
         self.text = "\n\n".join(prose)
         self.measures = {}  # (name, size) -> contender -> Times
@@ -94,9 +94,9 @@ class Row:
 
     def behind(self):
         """(measure, size, contender, ratio) for each goal that is not reached."""
-        for (measure, size), contenders in self.measures.items():
+        for (measure, size), contenders in sorted(self.measures.items(), key=self.place):
             ours = contenders[PLINTH]
-            for contender, times in contenders.items():
+            for contender, times in sorted(contenders.items()):
                 ratio = times.median / ours.median
                 if contender == CALLS_LIMIT:
                     if ratio < 1 / CALLS_GOAL:
