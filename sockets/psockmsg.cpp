@@ -31,11 +31,17 @@ errstatus EndOf(psockStream& stream) {
     return recorded != errOK ? recorded : errSocketRead;
 }
 
+/// The stream as the one over a socket of the system, null for any other. Not by dynamic_cast: a
+/// class that derives from psockStream may be compiled without type information.
+psockStreamImpl* OwnStream(psockStream& stream) {
+    return dsIsExactly<psockStreamImpl>(stream) ? static_cast<psockStreamImpl*>(&stream) : nullptr;
+}
+
 /// Sends a prefix and the payload behind it.
 errstatus WriteFramed(psockStream& stream, const char* prefix, int prefixSize,
                       dsXArray<char>& message, int length) {
     int sent = 0;
-    if (auto* const own = dynamic_cast<psockStreamImpl*>(&stream)) {
+    if (psockStreamImpl* const own = OwnStream(stream)) {
         // What it writes nobody sees but the peer, to whom it is one piece.
         if (own->getErr() != errOK)
             return own->getErr();
@@ -52,14 +58,15 @@ errstatus WriteFramed(psockStream& stream, const char* prefix, int prefixSize,
 
 /// Receives and appends up to `outstanding` bytes, with one call: how many.
 int Append(psockStream& stream, dsXArray<char>& message, int outstanding) {
-    if (dynamic_cast<psockStreamImpl*>(&stream) == nullptr) {
+    if (OwnStream(stream) == nullptr || !dsIsExactly<dsXArray<char>>(message)) {
         char block[chunkSize];
         const int received = stream.Read(block, std::min(chunkSize, outstanding), false);
         if (received > 0)
             message.Append(static_cast<unsigned int>(received), block);
         return received;
     }
-    // Nobody sees where a socket of the system reads to: into the array itself.
+    // Nobody sees where a socket of the system reads to: into the array itself, unless what derives
+    // from the array sees how elements come in.
     const unsigned int held = message.GetSize();
     const int most = std::min(aheadSize, outstanding);
     if (static_cast<unsigned int>(most) > UINT_MAX - held)

@@ -1,15 +1,14 @@
 // SPDX-License-Identifier: MIT
 #include "rwstream.h"
 
-#include <typeinfo>
-
 #include "streams/memstreamline.h"
 
 rwStream::~rwStream() = default;
 
 errstatus rwStream::ReadLn(dsXArray<char>& line, char delimiter) {
-    // What derives from the stream in memory sees each read.
-    if (typeid(*this) == typeid(memStream)) {
+    // What derives from the stream in memory sees each read, and what derives from the array each
+    // byte.
+    if (dsIsExactly<memStream>(*this) && dsIsExactly<dsXArray<char>>(line)) {
         memStreamLine::Take(static_cast<memStream&>(*this), line, delimiter);
         return errOK;
     }
