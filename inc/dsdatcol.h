@@ -102,9 +102,9 @@ public:
     /// The ranges may overlap, and may be null when `count` is 0.
     virtual void CopyElems(const T* source, T* target, unsigned int count) const {
         if (count == 1) // of a constant size: no call
-            std::memmove(target, source, sizeof(T));
+            std::memmove(static_cast<void*>(target), source, sizeof(T));
         else if (count != 0)
-            std::memmove(target, source, count * sizeof(T));
+            std::memmove(static_cast<void*>(target), source, count * sizeof(T));
     }
     virtual ~dsDataCollection() = default;
     /// A new iterator at the first element. The caller deletes it.
@@ -214,10 +214,13 @@ public:
     }
     /// One at the end.
     void operator+=(const T& element) {
-        if (__builtin_expect(size < capacity, 1) && dsIsExactly<dsXArray>(*this))
-            data[size++] = element;
-        else
+        if (__builtin_expect(size < capacity, 1) && dsIsExactly<dsXArray>(*this)) {
+            // Not assigned: an element may have members that are constant.
+            this->dsDataCollection<T>::CopyElems(&element, data + size, 1);
+            ++size;
+        } else {
             Insert(size, 1, &element);
+        }
     }
     /// Takes `count` elements out; a non-null `removed` receives them.
     void RemoveAt(unsigned int pos, unsigned int count, T* removed) {
