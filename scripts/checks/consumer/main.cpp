@@ -47,6 +47,10 @@ struct Point {
     double x, y;
 };
 
+struct Constant {
+    const int value;
+};
+
 // Containers of its own elements, and a map that orders its keys itself and owns them.
 class Backwards : public dsSortedMap<Point, int> {
 protected:
@@ -64,6 +68,10 @@ public:
 void containers() {
     dsXArray<Point> points(nullptr);
     points += Point{1, 2};
+    dsXArray<Constant> constants(nullptr);
+    constants += Constant{1};
+    constants += Constant{2};
+    expect(constants.GetSize() == 2 && constants[1].value == 2, "elements that do not change");
     Backwards map;
     expect(map.Add(1, points[0]) && map.Add(2, {3, 4}) && !map.Add(2, {5, 6}), "map");
     std::unique_ptr<dsBaseIter<Point>> at(map.GetIter());
@@ -75,6 +83,49 @@ void containers() {
     dsString text("a");
     ToString(255, text, ToStringHex);
     expect(std::string(text) == "ff", "numbers as text");
+}
+
+// Streams of its own, which the library asks about their class.
+class Counted : public memStream {
+public:
+    using memStream::Read;
+    errstatus Read(char* data, int length, int& count) override {
+        ++reads;
+        return memStream::Read(data, length, count);
+    }
+    int reads = 0;
+};
+
+class Loop : public psockStream {
+public:
+    int Read(void* data, int length, bool) override {
+        return static_cast<int>(bytes.sgetn(static_cast<char*>(data), length));
+    }
+    int Write(const void* data, int length, bool) override {
+        return static_cast<int>(bytes.sputn(static_cast<const char*>(data), length));
+    }
+    bool Exception() override { return false; }
+    int Select(fd_set*, fd_set*, fd_set*, timeval*) override { return 0; }
+    int SelectWait(fd_set*, fd_set*, fd_set*, timeval*) override { return 0; }
+    errstatus getErr() override { return errOK; }
+    unsigned int getSock() override { return 0; }
+    void CloseSocket() override {}
+
+private:
+    std::stringbuf bytes;
+};
+
+void streamsOfItsOwn() {
+    Counted counted;
+    char lines[] = "one\ntwo";
+    dsXArray<char> line(nullptr);
+    expect(counted.Write(lines, 7) == errOK && counted.Seek(0, 0) == errOK &&
+               counted.ReadLn(line, '\n') == errOK && line.GetSize() == 4 && counted.reads == 4,
+           "line of a stream of its own");
+    Loop loop;
+    dsXArray<char> message(nullptr);
+    expect(Write(loop, line) == errOK && Read(loop, message) == errOK && message.GetSize() == 4,
+           "message through a stream of its own");
 }
 
 void streams() {
@@ -168,6 +219,7 @@ void files() {
 int main() {
     containers();
     streams();
+    streamsOfItsOwn();
     tasks();
     files();
     return failures == 0 ? 0 : 1;
