@@ -130,7 +130,9 @@ private:
 /// an event in it, and one more for each event that watches what another one in it watches.
 ///
 /// Events are not owned. Requires: an event is removed before it goes, and before what it watches
-/// is closed. A set belongs to one thread at a time, with its events.
+/// is closed. A set belongs to one thread at a time, with its events. A forked copy of the process
+/// shares the set with the original and leaves it alone, or destroys it: what it removes, the
+/// original waits for in vain.
 class ZEL_EXPORT zelEventSet {
 public:
     zelEventSet();
