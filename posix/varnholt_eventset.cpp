@@ -92,9 +92,13 @@ public:
         do {
             if (deadline.IsNever() && entries.size() == hungUp.size())
                 return nullptr;
+            if (entries.empty()) { // takes no descriptor, and can wait where there is none
+                posix::PollUntil(nullptr, 0, deadline);
+                return nullptr;
+            }
             epoll_event ready{};
             const int count = sys::retry([&] {
-                return sys::epoll_wait(Descriptor(), &ready, 1, MillisecondsUntil(deadline));
+                return sys::epoll_wait(descriptor, &ready, 1, MillisecondsUntil(deadline));
             });
             if (count <= 0)
                 return nullptr;
