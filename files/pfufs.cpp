@@ -62,8 +62,7 @@ errstatus pfuFS::pfuCopyFile(const char* from, const char* to) {
     const files::FileHandle target(files::OpenTarget(to));
     if (!target.IsOpen())
         return errMapError();
-    if (uMoveBytes(source.Get(), target.Get()))
-        return errOK;
+    uMoveBytes(source.Get(), target.Get());
     char block[65536];
     for (;;) {
         unsigned int got, put;

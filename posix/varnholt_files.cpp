@@ -109,17 +109,11 @@ void* uCreateFile(const char* path, unsigned int access, unsigned int sharing, v
     return zelHandleOfDescriptor(descriptor);
 }
 
-bool uMoveBytes(void* from, void* to) {
+void uMoveBytes(void* from, void* to) {
     const sys::KeepErrno keep;
     const int source = zelDescriptorOfHandle(from), target = zelDescriptorOfHandle(to);
     constexpr std::size_t most = 4 << 20; // in a call, which few signals stop
-    for (bool any = false;; any = true) {
-        // Regular files alone can be copied so. Of some, such as those of /proc, it knows no bytes
-        // where a read does.
-        const ssize_t moved =
-            sys::retry([&] { return sys::copy_file_range(source, target, most); });
-        if (moved <= 0)
-            return moved == 0 && any;
+    while (sys::retry([&] { return sys::copy_file_range(source, target, most); }) > 0) {
     }
 }
 

@@ -32,10 +32,11 @@
                                            unsigned int disposition, unsigned int flags,
                                            void* pattern);
 
-/// Moves all bytes from where the one opening stands to where the other does, as far as the system
-/// can do that by itself. False says that there may be more: whoever then reads and writes what is
-/// left learns why, if that fails too.
-[[nodiscard]] ZEL_EXPORT bool uMoveBytes(void* from, void* to);
+/// Moves bytes from where the one opening stands to where the other does, as far as the system can
+/// do that by itself: between regular files most often all. Whoever then reads and writes what is
+/// left learns that nothing is, or why it cannot be moved: of some files, such as those of /proc,
+/// the system knows fewer bytes than a read gives.
+ZEL_EXPORT void uMoveBytes(void* from, void* to);
 
 /// Makes one directory. False where that fails; where the reason is that there is a directory at
 /// the path already, no error stands, so that errMapError gives errOK. `security` is null.
