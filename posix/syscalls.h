@@ -105,17 +105,20 @@ inline int getpeername(int fd, sockaddr* address, socklen_t* length) {
 inline ssize_t send(int fd, const void* data, size_t size, int flags) {
     return transfer(__func__, size, [=](size_t most) { return ::send(fd, data, most, flags); });
 }
-/// Of the two parts, as far as `most` bytes reach.
+/// The first `most` bytes of two parts as one.
+inline ssize_t SendParts(int fd, iovec first, iovec second, size_t most, int flags) {
+    const size_t begin = std::min(first.iov_len, most);
+    iovec parts[] = {{first.iov_base, begin},
+                     {second.iov_base, std::min(second.iov_len, most - begin)}};
+    msghdr message{};
+    message.msg_iov = parts;
+    message.msg_iovlen = 2;
+    return ::sendmsg(fd, &message, flags);
+}
 inline ssize_t sendmsg(int fd, iovec first, iovec second, int flags) {
-    return transfer(__func__, first.iov_len + second.iov_len, [=](size_t most) {
-        const size_t begin = std::min(first.iov_len, most);
-        iovec parts[] = {{first.iov_base, begin},
-                         {second.iov_base, std::min(second.iov_len, most - begin)}};
-        msghdr message{};
-        message.msg_iov = parts;
-        message.msg_iovlen = 2;
-        return ::sendmsg(fd, &message, flags);
-    });
+    const size_t size = first.iov_len + second.iov_len;
+    return transfer(__func__, size,
+                    [=](size_t most) { return SendParts(fd, first, second, most, flags); });
 }
 inline ssize_t recv(int fd, void* data, size_t size, int flags) {
     return transfer(__func__, size, [=](size_t most) { return ::recv(fd, data, most, flags); });

@@ -75,8 +75,8 @@ int BareNext(int& number) {
     Job job{&number, 0};
     pthread_t thread;
     const auto body = [](void* word) -> void* {
-        Job& todo = *static_cast<Job*>(word);
-        todo.result = Next(todo.number);
+        Job& given = *static_cast<Job*>(word);
+        given.result = Next(given.number);
         return nullptr;
     };
     Must(pthread_create(&thread, nullptr, body, &job) == 0, contest::SystemCalls);
