@@ -5,15 +5,14 @@
 #include <climits>
 #include <new>
 
+__thread zelThreadSelf zelSelf = {nullptr, 0, 0, 0};
+
 namespace posix {
 
 namespace {
 
 // Of the one kind that a signal handler may read.
-#define PLINTH_HANDLER_SAFE [[gnu::tls_model("initial-exec")]] thread_local constinit
-PLINTH_HANDLER_SAFE Thread* current = nullptr;
-PLINTH_HANDLER_SAFE zelThreadSelf self = {nullptr, 0, 0, 0};
-#undef PLINTH_HANDLER_SAFE
+[[gnu::tls_model("initial-exec")]] thread_local constinit Thread* current = nullptr;
 
 /// What stands for each thread that was not started here.
 class OtherThread final : public HandleObject {
@@ -74,12 +73,9 @@ Thread* Thread::Current() {
     return current;
 }
 
-zelThreadSelf& Thread::Self() {
-    if (self.id == 0) {
-        self.handle = StandIn();
-        self.id = NextId();
-    }
-    return self;
+void Thread::NameSelf() {
+    zelSelf.handle = StandIn();
+    zelSelf.id = NextId();
 }
 
 /// The system's own numbers will not do: it uses those of dead threads again, and the number that a
@@ -95,14 +91,14 @@ unsigned long Thread::NextId() {
 
 /// Whether a shield stands between the calling thread and its stop, which then is due.
 bool Thread::IsShielded() {
-    if (self.shields == 0)
+    if (zelSelf.shields == 0)
         return false;
-    self.stopIsDue = 1;
+    zelSelf.stopIsDue = 1;
     return true;
 }
 
 void Thread::ObeyStop() {
-    self.stopIsDue = 0;
+    zelSelf.stopIsDue = 0;
     if (current != nullptr)
         current->Obey(nullptr);
 }
@@ -145,7 +141,7 @@ void Thread::Publish() {
 /// and will join it.
 void Thread::Finish() {
     phase = Ending;
-    self.handle = StandIn(); // what still runs on this thread must not be led to the record
+    zelSelf.handle = StandIn(); // what still runs on this thread must not be led to the record
     if (reaper.exchange(Gone) == Nobody) {
         current = nullptr;
         pthread_detach(pthread_self());
@@ -174,8 +170,8 @@ void* Thread::Main(void* word) {
     Thread* const thread = static_cast<Thread*>(word);
     current = thread;
     endGuard.thread = thread;
-    self.handle = static_cast<HandleObject*>(thread);
-    self.id = thread->id;
+    zelSelf.handle = static_cast<HandleObject*>(thread);
+    zelSelf.id = thread->id;
     thread->systemId = sys::gettid();
     Frame frame;
     thread->frame = &frame;

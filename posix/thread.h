@@ -28,8 +28,8 @@ public:
     static Thread* FromHandle(void* handle);
     /// The calling thread's record; null on a thread that was not started here.
     static Thread* Current();
-    /// Its handle and id, whoever started it.
-    static zelThreadSelf& Self();
+    /// See zelNameThread.
+    static void NameSelf();
     /// See zelObeyStop.
     static void ObeyStop();
 

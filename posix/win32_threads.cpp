@@ -50,8 +50,8 @@ int zelTerminateSignal() {
     return SIGRTMIN + 11;
 }
 
-zelThreadSelf& zelCurrentThread() {
-    return posix::Thread::Self();
+void zelNameThread() {
+    posix::Thread::NameSelf();
 }
 
 void zelObeyStop() {

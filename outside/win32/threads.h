@@ -59,7 +59,15 @@ struct zelThreadSelf {
     volatile std::sig_atomic_t shields;   ///< how many stand
     volatile std::sig_atomic_t stopIsDue; ///< one of them has put off a stop
 };
-[[nodiscard, gnu::const]] zelThreadSelf& zelCurrentThread();
+/// The calling thread's own, of the kind that a signal handler may read. Its id is 0 until
+/// zelNameThread() has been called; a thread that was started here is born with one.
+extern __thread zelThreadSelf zelSelf [[gnu::tls_model("initial-exec"), gnu::visibility("hidden")]];
+void zelNameThread();
+[[nodiscard]] inline zelThreadSelf& zelCurrentThread() {
+    if (__builtin_expect(zelSelf.id == 0, 0))
+        zelNameThread();
+    return zelSelf;
+}
 
 /// Stops the calling thread if that is still asked for.
 void zelObeyStop();
