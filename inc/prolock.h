@@ -40,11 +40,14 @@ private:
     [[nodiscard]] bool IsCurrentThreadOwner() const;
     void LockTryHandle();
     void UnlockTryHandle();
+    bool ChangeAlone(int before, int after);
     template <int Change(int)>
     int ChangeContenders();
     int ChangeInside(int change(int));
     bool TakeTurn();
     void WaitForTurn();
+    bool LockAmongOthers();
+    bool UnlockAmongOthers();
     void BecomeOwner(const struct zelThreadSelf& self);
 
     CRITICAL_SECTION mainHandle; ///< where those who wait for the owner sleep

@@ -70,7 +70,7 @@ bool proMutex::Initialize() {
 }
 
 bool proMutex::IsCurrentThreadOwner() const {
-    return Read(ownerId) == zelCurrentThread().id;
+    return Read(ownerId) == zelSelf.id; // which is 0, and nobody's, on a thread that has none yet
 }
 
 void proMutex::LockTryHandle() {
@@ -81,12 +81,24 @@ void proMutex::UnlockTryHandle() {
     LeaveCriticalSection(&tryHandle);
 }
 
+/// The usual case of changing the contenders: they were that many, and nobody was in the section.
+/// As what the step finds is a constant, the step need not wait for what is read before it; but a
+/// step that fails costs threads that contend more than a look.
+[[gnu::always_inline]] inline bool proMutex::ChangeAlone(int before, int after) {
+    static_assert(offsetof(proMutex, contenders) == offsetof(proMutex, tryHandle) + 4);
+    static_assert(offsetof(proMutex, tryHandle) % sizeof(GuardedWord) == 0);
+    if (Read(contenders) != before)
+        return false;
+    auto bits = std::bit_cast<std::uint64_t>(Guarded{0, before});
+    return __atomic_compare_exchange_n(reinterpret_cast<GuardedWord*>(&tryHandle), &bits,
+                                       std::bit_cast<std::uint64_t>(Guarded{0, after}), false,
+                                       __ATOMIC_SEQ_CST, __ATOMIC_RELAXED);
+}
+
 /// Enters the section, changes the contenders and leaves it: in one atomic step as long as nobody
 /// is in there. Gives the contenders as they were.
 template <int Change(int)>
 inline int proMutex::ChangeContenders() {
-    static_assert(offsetof(proMutex, contenders) == offsetof(proMutex, tryHandle) + 4);
-    static_assert(offsetof(proMutex, tryHandle) % sizeof(GuardedWord) == 0);
     auto* const word = reinterpret_cast<GuardedWord*>(&tryHandle);
     auto seen = std::bit_cast<Guarded>(__atomic_load_n(word, __ATOMIC_RELAXED));
     while (seen.section == 0) {
@@ -142,14 +154,22 @@ void proMutex::BecomeOwner(const zelThreadSelf& self) {
 bool proMutex::Lock() {
     if (!initialised)
         return false;
-    const zelThreadSelf& self = zelCurrentThread();
-    if (Read(ownerId) == self.id) {
+    if (IsCurrentThreadOwner()) {
         ++recursion;
         return true;
     }
+    if (zelSelf.id == 0 || !ChangeAlone(0, 1))
+        return LockAmongOthers();
+    BecomeOwner(zelSelf);
+    recursion = 1;
+    return true;
+}
+
+/// Apart, like UnlockAmongOthers: the usual way has no call, so no registers to save.
+[[gnu::noinline]] bool proMutex::LockAmongOthers() {
     if (ChangeContenders<Joined>() > 0)
         WaitForTurn();
-    BecomeOwner(self);
+    BecomeOwner(zelCurrentThread());
     recursion = 1;
     return true;
 }
@@ -180,9 +200,14 @@ bool proMutex::Unlock() {
         return false;
     if (--recursion != 0)
         return true;
-    const zelStopShield shield; // who is stopped here has let go, and does not count any more
     ownerThread = badThreadHandle;
     Write(ownerId, nobody);
+    // Nobody is owed anything here: who is stopped before the step dies an owner.
+    return ChangeAlone(1, 0) || UnlockAmongOthers();
+}
+
+[[gnu::noinline]] bool proMutex::UnlockAmongOthers() {
+    const zelStopShield shield; // a stopped thread must not take along what wakes the others
     if (ChangeContenders<Left>() > 1 && mainHandle.state == 2)
         zelLeaveSharedSection(&mainHandle);
     return true;
