@@ -3,7 +3,6 @@
 
 #include <bit>
 #include <cstddef>
-#include <thread>
 
 #include "outside/win32/threads.h"
 #include "pmtask.h"
@@ -132,12 +131,13 @@ bool proMutex::TakeTurn() {
     return before < 0;
 }
 
-/// `mainHandle` is only slept at here, marked with 2 as long as somebody may sleep. Gives way to
-/// other threads once before it sleeps: most owners are done by then, and neither side has to ask
-/// the system to sleep or to wake.
+/// `mainHandle` is only slept at here, marked with 2 as long as somebody may sleep. Lets a moment
+/// pass before it sleeps, and looks at nothing then: most owners are done after that, and neither
+/// side has to ask the system to sleep or to wake.
 [[gnu::noinline]] void proMutex::WaitForTurn() {
     zelStopShield shield; // a stopped thread must not take along what wakes the others
-    std::this_thread::yield();
+    for (int i = 0; i < 40; ++i)
+        zelPause();
     while (!TakeTurn()) {
         mainHandle.state = 2; // before the last look: who lets go after that sees the mark
         if (TakeTurn())

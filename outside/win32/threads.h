@@ -107,6 +107,17 @@ private:
     zelThreadSelf& self;
 };
 
+/// Spends a moment, some ten nanoseconds, for a thread that waits for what another is about to do.
+/// The processor goes to nobody: one who gives it away gets it back, where others compute, only
+/// after their time is up.
+inline void zelPause() {
+#if defined(__x86_64__) || defined(__i386__)
+    __builtin_ia32_pause();
+#elif defined(__aarch64__)
+    asm volatile("isb");
+#endif
+}
+
 constexpr unsigned int zelWaitInfinite = 0xFFFFFFFF;
 constexpr unsigned int zelWaitSignaled = 0;
 constexpr unsigned int zelWaitTimeout = 0x102;
