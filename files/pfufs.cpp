@@ -6,7 +6,6 @@
 #include <cerrno>
 
 #include "files/filehandle.h"
-#include "outside/win32/pipes.h"
 
 namespace {
 
@@ -60,19 +59,7 @@ errstatus pfuFS::pfuCopyFile(const char* from, const char* to) {
     if (!source.IsOpen())
         return errMapError();
     const files::FileHandle target(files::OpenTarget(to));
-    if (!target.IsOpen())
-        return errMapError();
-    uMoveBytes(source.Get(), target.Get());
-    char block[65536];
-    for (;;) {
-        unsigned int got, put;
-        if (!ReadFile(source.Get(), block, sizeof block, &got, nullptr))
-            return errMapError();
-        if (got == 0)
-            return errOK;
-        if (!WriteFile(target.Get(), block, got, &put, nullptr) || put < got)
-            return errMapError();
-    }
+    return ResultOf(target.IsOpen() && uMoveBytes(source.Get(), target.Get()));
 }
 
 errstatus pfuFS::pfuChangeDir(const char* path) {

@@ -2,6 +2,7 @@
 #include "outside/varnholt/files.h"
 
 #include "outside/win32/handles.h"
+#include "outside/win32/pipes.h"
 #include "posix/filecalls.h"
 
 namespace {
@@ -52,10 +53,20 @@ int OpenFlags(unsigned int access, unsigned int disposition) {
     }
 }
 
-/// What follows an open: the refusal of directories, the sharing mode, the emptying. `info` is what
+bool Lock(int descriptor, int operation) {
+    return sys::retry([&] { return sys::flock(descriptor, operation); }) == 0;
+}
+
+/// What follows an open: the sharing mode, the refusal of directories, the emptying. `info` is what
 /// it was before that.
 bool Settle(int descriptor, unsigned int access, unsigned int sharing, unsigned int disposition,
             struct stat& info) {
+    // A lock cannot say more than shared or exclusive, so a writer that would share counts as
+    // one that does not. It comes before the look: a file that was empty then stays so, and most
+    // that are to be emptied are new.
+    const bool shared = (access & writeAccess) == 0 && (sharing & shareReading) != 0;
+    const bool locked = Lock(descriptor, (shared ? LOCK_SH : LOCK_EX) | LOCK_NB);
+    const int refusal = errno;
     if (sys::fstat(descriptor, &info) != 0)
         return false;
     if (S_ISDIR(info.st_mode)) {
@@ -66,17 +77,15 @@ bool Settle(int descriptor, unsigned int access, unsigned int sharing, unsigned 
     if (!S_ISREG(info.st_mode)) {
         errno = ENOTSUP;
         return disposition != openAlways && !(S_ISFIFO(info.st_mode) && access == readAccess) &&
-               sys::fcntl(descriptor, F_SETFL, 0) == 0;
+               (!locked || Lock(descriptor, LOCK_UN)) && sys::fcntl(descriptor, F_SETFL, 0) == 0;
     }
-    // A lock cannot say more than shared or exclusive, so a writer that would share counts as
-    // one that does not.
-    const bool shared = (access & writeAccess) == 0 && (sharing & shareReading) != 0;
-    const int operation = (shared ? LOCK_SH : LOCK_EX) | LOCK_NB;
-    if (sys::retry([&] { return sys::flock(descriptor, operation); }) != 0)
+    if (!locked) {
+        errno = refusal;
         return false;
-    if (disposition != createAlways && disposition != truncateExisting)
-        return true;
-    return sys::retry([&] { return sys::ftruncate(descriptor, 0); }) == 0;
+    }
+    const bool empties = disposition == createAlways || disposition == truncateExisting;
+    return !empties || info.st_size == 0 ||
+           sys::retry([&] { return sys::ftruncate(descriptor, 0); }) == 0;
 }
 
 } // namespace
@@ -109,11 +118,28 @@ void* uCreateFile(const char* path, unsigned int access, unsigned int sharing, v
     return zelHandleOfDescriptor(descriptor);
 }
 
-void uMoveBytes(void* from, void* to) {
-    const sys::KeepErrno keep;
+bool uMoveBytes(void* from, void* to) {
     const int source = zelDescriptorOfHandle(from), target = zelDescriptorOfHandle(to);
-    constexpr std::size_t most = 4 << 20; // in a call, which few signals stop
-    while (sys::retry([&] { return sys::copy_file_range(source, target, most); }) > 0) {
+    constexpr ssize_t most = 4 << 20; // in a call, which few signals stop
+    bool byItself = true;
+    for (;;) {
+        if (byItself) {
+            const sys::KeepErrno keep;
+            ssize_t moved;
+            do
+                moved = sys::retry([&] { return sys::copy_file_range(source, target, most); });
+            while (moved == most);
+            byItself = moved > 0;
+        }
+        // Less than asked for is the end, most often. But of some files, such as those of /proc,
+        // the system knows fewer bytes than a read gives.
+        char block[65536];
+        const ssize_t got = sys::retry([&] { return sys::read(source, block, sizeof block); });
+        unsigned int put;
+        if (got <= 0)
+            return got == 0;
+        if (!WriteFile(to, block, static_cast<unsigned int>(got), &put, nullptr))
+            return false;
     }
 }
 

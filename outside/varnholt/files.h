@@ -32,11 +32,10 @@
                                            unsigned int disposition, unsigned int flags,
                                            void* pattern);
 
-/// Moves bytes from where the one opening stands to where the other does, as far as the system can
-/// do that by itself: between regular files most often all. Whoever then reads and writes what is
-/// left learns that nothing is, or why it cannot be moved: of some files, such as those of /proc,
-/// the system knows fewer bytes than a read gives.
-ZEL_EXPORT void uMoveBytes(void* from, void* to);
+/// Moves all bytes from where the one opening stands, up to its end, to where the other does.
+/// Between regular files the system most often does that by itself. False on failure; what was
+/// moved before it stays.
+[[nodiscard]] ZEL_EXPORT bool uMoveBytes(void* from, void* to);
 
 /// Makes one directory. False where that fails; where the reason is that there is a directory at
 /// the path already, no error stands, so that errMapError gives errOK. `security` is null.
@@ -59,6 +58,9 @@ ZEL_EXPORT void uMoveBytes(void* from, void* to);
 /// The next entry; false at the end, where no error stands, and on failure, where one does. Then
 /// `found` is as it was.
 [[nodiscard]] ZEL_EXPORT bool uFindNextFile(void* handle, WIN32_FIND_DATAA* found);
+/// The same without a copy: the name as it lies in the search, until the next call for the handle;
+/// null where uFindNextFile gives false.
+[[nodiscard]] ZEL_EXPORT const char* uFindNextName(void* handle);
 
 /// What is known of a path.
 struct zelFileInfo {
