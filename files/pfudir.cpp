@@ -50,13 +50,14 @@ pfuDirImplementation::~pfuDirImplementation() {
 }
 
 bool pfuDirImplementation::Read(pfuDirEntry& entry) {
+    const char* name;
     do {
-        if (firstPending)
-            firstPending = false;
-        else if (!uFindNextFile(handle, &found))
+        name = firstPending ? found.cFileName : uFindNextName(handle);
+        firstPending = false;
+        if (name == nullptr)
             return false;
-        entry = found.cFileName;
-    } while (IsSelfOrParent(entry));
+        entry = name;
+    } while (IsSelfOrParent(name));
     return true;
 }
 

@@ -15,19 +15,21 @@ namespace posix {
 class Directory {
 public:
     /// Opens the directory at `path`, seen from `folder`, with those flags beside the necessary
-    /// ones; null where that fails.
-    static std::unique_ptr<Directory> Open(int folder, const char* path, int flags) {
+    /// ones; null where that fails. It may be one with a handle of its own.
+    template <typename Object = Directory>
+    static std::unique_ptr<Object> Open(int folder, const char* path, int flags) {
         const int fd =
             sys::retry([&] { return sys::openat(folder, path, O_DIRECTORY | O_CLOEXEC | flags); });
         if (fd < 0)
             return nullptr;
-        std::unique_ptr<Directory> opened(new (std::nothrow) Directory(fd));
+        std::unique_ptr<Object> opened(new (std::nothrow) Object(fd));
         if (!opened) {
             sys::close(fd);
             errno = ENOMEM;
         }
         return opened;
     }
+    explicit Directory(int fd) : descriptor(fd) {}
     Directory(const Directory&) = delete;
     Directory& operator=(const Directory&) = delete;
     ~Directory() {
@@ -48,8 +50,6 @@ public:
     }
 
 private:
-    explicit Directory(int fd) : descriptor(fd) {}
-
     bool Fill() {
         const ssize_t got =
             sys::retry([&] { return sys::getdents64(descriptor, block, sizeof block); });

@@ -5,8 +5,6 @@
 #include <cstddef>
 #include <cstring>
 #include <memory>
-#include <new>
-#include <utility>
 
 #include "outside/win32/handles.h"
 #include "posix/directory.h"
@@ -17,34 +15,38 @@ namespace {
 /// A directory that is being read.
 class FindObject final : public posix::HandleObject {
 public:
-    explicit FindObject(std::unique_ptr<posix::Directory> opened) : directory(std::move(opened)) {}
+    explicit FindObject(int descriptor) : directory(descriptor) {}
     void ReleaseHandle() override { delete this; }
 
-    bool Next(WIN32_FIND_DATAA& found) {
-        const dirent64* const entry = directory->Next();
+    const char* Next() {
+        const dirent64* const entry = directory.Next();
         if (entry == nullptr)
-            return false;
-        // The bytes of the name, its NUL, and a few more that fill the record up.
-        std::size_t size = entry->d_reclen - offsetof(dirent64, d_name);
-        if (size > sizeof found.cFileName) {
-            size = std::strlen(entry->d_name) + 1;
-            if (size > sizeof found.cFileName) {
-                errno = ENAMETOOLONG;
-                return false;
-            }
+            return nullptr;
+        // The record holds the name, its NUL, and a few bytes more that fill it up.
+        if (entry->d_reclen - offsetof(dirent64, d_name) > sizeof(WIN32_FIND_DATAA::cFileName) &&
+            std::strlen(entry->d_name) >= sizeof(WIN32_FIND_DATAA::cFileName)) {
+            errno = ENAMETOOLONG;
+            return nullptr;
         }
-        // Not memcpy: knowing that there is little to copy, the compiler would put an instruction
-        // in its place that takes longer to begin than most copies.
-        std::memmove(found.cFileName, entry->d_name, size);
-        return true;
+        return entry->d_name;
+    }
+    bool Next(WIN32_FIND_DATAA& found) {
+        const char* const name = Next();
+        if (name != nullptr)
+            std::strcpy(found.cFileName, name);
+        return name != nullptr;
     }
 
 private:
-    std::unique_ptr<posix::Directory> directory;
+    posix::Directory directory;
 };
 
+FindObject& ObjectOf(void* handle) {
+    return *static_cast<FindObject*>(static_cast<posix::HandleObject*>(handle));
+}
+
 /// Opens the directory in front of the wildcard of a pattern; null where that fails.
-std::unique_ptr<posix::Directory> OpenDirectoryOf(const char* pattern) {
+std::unique_ptr<FindObject> OpenDirectoryOf(const char* pattern) {
     const std::size_t length = std::strlen(pattern);
     if (length < 2 || std::strcmp(pattern + length - 2, "/*") != 0) {
         errno = length == 0 ? ENOENT : EINVAL;
@@ -58,20 +60,15 @@ std::unique_ptr<posix::Directory> OpenDirectoryOf(const char* pattern) {
     // The separator stays: it is all that there is of the root.
     std::memmove(path, pattern, length - 1);
     path[length - 1] = '\0';
-    return posix::Directory::Open(AT_FDCWD, path, 0);
+    return posix::Directory::Open<FindObject>(AT_FDCWD, path, 0);
 }
 
 } // namespace
 
 void* uFindFirstFile(const char* pattern, WIN32_FIND_DATAA* found) {
-    std::unique_ptr<posix::Directory> directory = OpenDirectoryOf(pattern);
-    if (!directory)
+    std::unique_ptr<FindObject> object = OpenDirectoryOf(pattern);
+    if (!object)
         return zelHandleOfDescriptor(-1);
-    std::unique_ptr<FindObject> object(new (std::nothrow) FindObject(std::move(directory)));
-    if (!object) {
-        errno = ENOMEM;
-        return zelHandleOfDescriptor(-1);
-    }
     if (!object->Next(*found)) {
         if (errno == 0) // a directory whose end comes first has been removed meanwhile
             errno = ENOENT;
@@ -81,5 +78,9 @@ void* uFindFirstFile(const char* pattern, WIN32_FIND_DATAA* found) {
 }
 
 bool uFindNextFile(void* handle, WIN32_FIND_DATAA* found) {
-    return static_cast<FindObject*>(static_cast<posix::HandleObject*>(handle))->Next(*found);
+    return ObjectOf(handle).Next(*found);
+}
+
+const char* uFindNextName(void* handle) {
+    return ObjectOf(handle).Next();
 }

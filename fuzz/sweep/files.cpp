@@ -391,7 +391,7 @@ const Scenario scenarios[] = {
      "uGetEnvironmentVariable",
      ChangeDirectory},
     {"open streams", "pfuFS::pfuOpenStream OpenFile", OpenStreams},
-    {"read a directory", "pfuDir::* pfuDirImplementation::*", ReadDirectory},
+    {"read a directory", "pfuDir::* pfuDirImplementation::* uFindNextName", ReadDirectory},
     {"lock files", "pfuFileLock::*", LockFiles},
     {"a locking buffer", "lockFileBuf::*", LockFileBuffer},
     {"native files",
