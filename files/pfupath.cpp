@@ -2,6 +2,7 @@
 #include "pfupath.h"
 
 #include <cctype>
+#include <cstdint>
 
 #include "files/pathtext.h"
 #include "outside/varnholt/files.h"
@@ -41,17 +42,6 @@ void ReplaceSeparators(char* position, char separator) {
     }
 }
 
-/// True for ASCII that holds no separator but the native one. Without a way out in the middle, the
-/// compiler looks at many bytes at once.
-bool IsPlainNative(const char* text, std::size_t length) {
-    unsigned char other = 0;
-    for (std::size_t i = 0; i < length; ++i) {
-        const auto byte = static_cast<unsigned char>(text[i]);
-        other |= static_cast<unsigned char>((byte & 0x80) | (byte == '|') | (byte == '\\'));
-    }
-    return other == 0;
-}
-
 /// True if a character begins at the last byte.
 bool EndsInByte(const char* text, std::size_t length) {
     const char* position = text;
@@ -72,6 +62,42 @@ void AppendSeparator(char* text, std::size_t length) {
 }
 
 } // namespace
+
+bool files::IsPlainNative(const char* text, std::size_t length) {
+    // The two other separators differ in one bit. A byte that is zero behind the comparison, or
+    // is no ASCII, leaves the highest bit of a byte.
+    using Word = std::uint64_t;
+    constexpr Word each = ~Word(0) / 0xFF;
+    static_assert(('|' & 0xDF) == '\\');
+    Word found = 0;
+    const auto look = [&](Word bytes) {
+        const Word difference = (bytes & each * 0xDF) ^ each * '\\';
+        found |= ((difference - each) & ~difference) | bytes;
+    };
+    if (length < sizeof(Word)) {
+        for (std::size_t i = 0; i < length; ++i)
+            look(static_cast<unsigned char>(text[i]));
+    } else {
+        Word bytes; // the last ones overlap those in front of them
+        for (std::size_t i = 0; i < length - sizeof bytes; i += sizeof bytes) {
+            std::memcpy(&bytes, text + i, sizeof bytes);
+            look(bytes);
+        }
+        std::memcpy(&bytes, text + length - sizeof bytes, sizeof bytes);
+        look(bytes);
+    }
+    return (found & each * 0x80) == 0;
+}
+
+std::size_t files::MakeNative(char (&target)[pfuPathSize], const char* source) {
+    std::size_t length = source != nullptr ? std::strlen(source) : 0;
+    SetText(target, source, length);
+    if (length >= pfuPathSize)
+        length = 0;
+    if (!IsPlainNative(target, length))
+        ReplaceSeparators(target, nativeSeparator);
+    return length;
+}
 
 bool issep(char* position) {
     return IsSeparator(*position);
@@ -212,9 +238,7 @@ void pfuDirPath::GetCurrentDir() {
 }
 
 pfuOSPath::pfuOSPath(const char* source) {
-    files::SetText(text, source);
-    if (!IsPlainNative(text, std::strlen(text)))
-        ReplaceSeparators(text, files::nativeSeparator);
+    files::MakeNative(text, source);
 }
 
 void pfuOSPath::ToNeutral(pfuDirPath& path) const {

@@ -26,13 +26,23 @@ bool AskName(Ask ask, const char* fallback, dsString& name) {
     return told;
 }
 
+/// What FileInfo_Read tells of the native form of a path, without separators at its end. Most paths
+/// are that already, and need not be copied.
+bool Ask(const char* path, zelFileInfo& info) {
+    const std::size_t length = std::strlen(path);
+    if (length != 0 && path[length - 1] != files::nativeSeparator &&
+        files::IsPlainNative(path, length))
+        return FileInfo_Read(info, path, false);
+    pfuOSPath native(path);
+    native.TrimTrailSeps();
+    return FileInfo_Read(info, native, false);
+}
+
 } // namespace
 
 pfStat::pfStat(const pfuDirPath& path) {
-    pfuOSPath native(path);
-    native.TrimTrailSeps();
     zelFileInfo info;
-    if (!FileInfo_Read(info, native, false))
+    if (!Ask(path, info))
         return;
     modified = info.modified;
     size = info.size <= LONG_MAX ? static_cast<long>(info.size) : LONG_MAX;
