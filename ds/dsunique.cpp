@@ -1,37 +1,20 @@
 // SPDX-License-Identifier: MIT
 #include "dsunique.h"
 
-#include <cstddef>
-#include <cstdint>
-#include <cstring>
-#include <iterator>
 #include <memory>
 
 #include "ds/lasting.h"
+#include "ds/nameindex.h"
 #include "ds/stringdatabase.h"
 
 namespace {
 
-/// The place of the cell that was asked for last, of all whose texts belong there. Programs ask for
-/// the same names again and again, and to compare one text is quicker than to search.
-dsStringCell*& Recent(const char* s) {
-    static constinit dsStringCell* recent[32768] = {};
-    std::size_t left = std::strlen(s);
-    std::uint64_t hash = left;
-    const auto mix = [&](std::uint64_t word) {
-        hash = (hash ^ word) * 0x9E3779B97F4A7C15;
-        hash ^= hash >> 32;
-    };
-    std::uint64_t word = 0;
-    for (; left >= sizeof word; left -= sizeof word, s += sizeof word) {
-        std::memcpy(&word, s, sizeof word);
-        mix(word);
-    }
-    word = 0;
-    std::memcpy(&word, s, left);
-    mix(word);
-    return recent[hash % std::size(recent)];
-}
+/// Of the cells in the database.
+constinit NameIndex names;
+
+/// The place in the database of the name that came last, unless another has come or gone since:
+/// what comes last is often what goes next.
+constinit unsigned int newest = 0;
 
 } // namespace
 
@@ -42,29 +25,34 @@ dsNonOwnerStringMap<dsStringCell*>& StringDatabase() {
 void dsStringCell::AddToDatabase(const char* s, dsStringCell*& cell) {
     if (s == nullptr)
         s = "";
-    dsStringCell*& recent = Recent(s);
-    auto& database = StringDatabase();
-    unsigned int index;
-    if (recent != nullptr && std::strcmp(recent->GetString(), s) == 0) {
-        cell = recent;
-    } else if (database.FindIndex(s, index)) {
-        cell = recent = database.GetByIndex(index);
-    } else {
-        auto fresh = std::make_unique<dsStringCell>(s);
-        // The key is the cell's own copy: it lives as long as the entry, and `s` need not.
-        database.Add(fresh->GetString(), fresh.get());
-        cell = recent = fresh.release();
+    const std::uint32_t hash = NameIndex::HashOf(s);
+    dsStringCell* found = names.Find(s, hash);
+    if (found == nullptr) {
+        auto& database = StringDatabase();
+        unsigned int index;
+        if (database.FindIndex(s, index)) {
+            found = database.GetByIndex(index);
+        } else {
+            auto fresh = std::make_unique<dsStringCell>(s);
+            // The key is the cell's own copy: it lives as long as the entry, and `s` need not.
+            database.AddAt(index, fresh->GetString(), fresh.get());
+            newest = index;
+            found = fresh.release();
+        }
+        names.Add(found, hash);
     }
+    cell = found;
     ++cell->refCount;
 }
 
 void dsStringCell::Release(dsStringCell*& cell) {
     if (--cell->refCount != 0)
         return;
-    Recent(cell->GetString()) = nullptr;
+    names.Remove(cell, NameIndex::HashOf(cell->GetString()));
     auto& database = StringDatabase();
-    unsigned int index;
-    if (database.FindIndex(cell->GetString(), index))
+    unsigned int index = newest;
+    if ((index < database.GetSize() && database.GetByIndex(index) == cell) ||
+        database.FindIndex(cell->GetString(), index))
         database.RemoveByIndex(index);
     delete cell;
     cell = nullptr;

@@ -70,6 +70,8 @@ private:
 
 template <typename T, typename K>
 class ZEL_EXPORT dsScalarMap;
+template <typename T>
+class ZEL_EXPORT dsNonOwnerStringMap;
 
 /// A key as an unsigned machine word.
 template <typename K>
@@ -102,6 +104,39 @@ bool dsFindWord(const Entry* stored, unsigned int size, std::uintptr_t key, unsi
     const std::uintptr_t nearest = dsWordOf(stored[low].key);
     index = low + (nearest < key ? 1 : 0);
     return nearest == key;
+}
+
+/// What dsBaseSortedMap::FindIndex gives for `size` entries in the order of such texts.
+template <typename Entry>
+bool dsFindText(const Entry* stored, unsigned int size, const char* key, unsigned int& index) {
+    if (key == nullptr) {
+        index = 0;
+        return size != 0 && stored[0].key == nullptr;
+    }
+    const Entry* from = stored;
+    unsigned int count = size;
+    if (count != 0 && from->key == nullptr) {
+        ++from;
+        --count;
+    }
+    bool found = false;
+    // Entries before `from` are not after the key. The steps are as many for every key, and nobody
+    // can predict on which side it is: no branch but the loop's. Whichever text comes next is
+    // fetched meanwhile.
+    for (unsigned int half; count != 0; count -= half) {
+        half = (count + 1) / 2;
+        const unsigned int next = (count - half + 1) / 2;
+        const char* const text = from[half - 1].key;
+        if (next != 0) {
+            __builtin_prefetch(from[next - 1].key);
+            __builtin_prefetch(from[half + next - 1].key);
+        }
+        const int order = text == key ? 0 : std::strcmp(text, key);
+        found |= order == 0;
+        from += half & (0U - (order <= 0 ? 1U : 0U));
+    }
+    index = static_cast<unsigned int>(from - stored) - (found ? 1 : 0);
+    return found;
 }
 
 /// The logic of every map: A is the array that keeps its entries.
@@ -146,6 +181,11 @@ protected:
     bool IsConsistent() const;
 
 private:
+    friend dsStringCell; // searches once, for the cell and for its place
+
+    /// Requires: FindIndex has found no entry, and given this index.
+    void AddAt(unsigned int index, K key, const T& value);
+
     A entries;
 };
 
@@ -199,6 +239,9 @@ bool dsBaseSortedMap<A, T, K>::FindIndex(K key, unsigned int& index) const {
                   !std::is_same_v<K, const char*>)
         if (dsIsExactly<dsScalarMap<T, K>>(*this))
             return dsFindWord(stored, size, dsWordOf(key), index);
+    if constexpr (std::is_same_v<K, const char*>)
+        if (dsIsExactly<dsNonOwnerStringMap<T>>(*this))
+            return dsFindText(stored, size, key, index);
     unsigned int low = 0;
     for (unsigned int count = stored != nullptr ? size : 0; count != 0;) {
         const unsigned int half = (count - 1) / 2;
@@ -250,6 +293,12 @@ bool dsBaseSortedMap<A, T, K>::Add(K key, const T& value) {
     unsigned int index;
     if (FindIndex(key, index))
         return false;
+    AddAt(index, key, value);
+    return true;
+}
+
+template <typename A, typename T, typename K>
+void dsBaseSortedMap<A, T, K>::AddAt(unsigned int index, K key, const T& value) {
     const dsSortedMapEntry<T, K> entry(CopyKey(key), value, *this);
     // Gives the key back if the array cannot grow. Not by a catch: callers may compile without it.
     struct Copied {
@@ -262,7 +311,6 @@ bool dsBaseSortedMap<A, T, K>::Add(K key, const T& value) {
     } copied{this, entry.key};
     entries.Insert(index, 1, &entry);
     copied.map = nullptr;
-    return true;
 }
 
 template <typename A, typename T, typename K>

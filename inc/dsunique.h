@@ -4,8 +4,9 @@
 // compared by comparing two addresses, however long they are.
 //
 // How dsUniqueString differs from std::string: its text never changes, and it is neither copied
-// nor assigned. Making one costs a binary search in the process-wide database, and for a new text
-// two allocations and a block move.
+// nor assigned. Making one of a text that is there costs a look into a table. A new text costs two
+// allocations, a binary search in the process-wide database, which is one array in the order of
+// the texts, and a block move of what lies behind it; and another move when it goes.
 //
 // Nothing here is safe between threads: one thread at a time makes or destroys unique strings and
 // counts references. Unique strings of static lifetime, in any module, are fine.
