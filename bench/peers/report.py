@@ -16,8 +16,10 @@ import math
 import pathlib
 import platform
 import re
+import shutil
 import statistics
 import subprocess
+import tempfile
 
 # In the order of the report.
 ROWS = ("appending", "maps", "bits", "interning", "strings", "records", "utf8", "frames", "lines",
@@ -72,7 +74,8 @@ class Row:
             prose.append(paragraph)
         self.text = "\n\n".join(prose)
         self.measures = {}  # (name, size) -> contender -> Times
-        for run in results["benchmarks"]:
+        # Repetitions come in any order; what is entered first comes first in the report.
+        for run in sorted(results["benchmarks"], key=lambda run: run["family_index"]):
             if run.get("run_type") == "aggregate":
                 continue
             if run.get("error_occurred"):
@@ -86,6 +89,13 @@ class Row:
         for measure, contenders in self.measures.items():
             if PLINTH not in contenders:
                 raise SystemExit(f"{name}: nobody of ours for {measure}")
+        for measure in self.reasons:
+            if measure not in self.names:
+                raise SystemExit(f"{name}: a reason for '{measure}', which is not measured")
+
+    @property
+    def names(self):
+        return list(dict.fromkeys(measure for measure, _ in self.measures))
 
     @property
     def contenders(self):
@@ -133,10 +143,9 @@ class Row:
             yield ""
 
     def place(self, item):
-        """Measures in the order of their first appearance by name, then by size."""
-        names = list(dict.fromkeys(name for name, _ in sorted(self.measures)))
+        """Measures in their order, then by size."""
         (measure, size), _ = item
-        return names.index(measure), size
+        return self.names.index(measure), size
 
 
 def label(measure, size):
@@ -145,7 +154,7 @@ def label(measure, size):
 
 def duration(nanoseconds):
     for factor, unit in ((1e9, "s"), (1e6, "ms"), (1e3, "µs")):
-        if nanoseconds >= factor:
+        if nanoseconds >= factor * 0.9995:
             return f"{nanoseconds / factor:.3g} {unit}"
     return f"{nanoseconds:.3g} ns"
 
@@ -199,15 +208,18 @@ def draw_ratios(rows, path):
     axes.set_yticks([y for y, _ in labels], [text for _, text in labels], fontsize=7)
     axes.set_ylim(at, -1)
     axes.set_xlabel("time of the contender / time of Plinth (right of 1: Plinth is faster)")
+    axes.xaxis.set_major_formatter(lambda ratio, _: f"{ratio:g}")
+    axes.tick_params(axis="x", labeltop=True, top=True)
     axes.grid(axis="x", which="both", linewidth=0.3, color="0.8")
-    axes.legend(loc="lower center", bbox_to_anchor=(0.5, 1), ncols=len(points), frameon=False)
+    axes.legend(loc="lower center", bbox_to_anchor=(0.5, 1 + 1.5 / at), ncols=len(points),
+                frameon=False)
     save(plot, figure, path)
 
 
 def draw_growth(row, path):
     """How the time of each contender grows with the size, a panel for each measure."""
     plot = pyplot()
-    names = list(dict.fromkeys(name for name, size in sorted(row.measures) if size))
+    names = list(dict.fromkeys(name for name, size in row.measures if size))
     columns = min(2, len(names))
     lines = math.ceil(len(names) / columns)
     figure, panels = plot.subplots(lines, columns, figsize=(4.5 * columns, 3.2 * lines),
@@ -223,15 +235,21 @@ def draw_growth(row, path):
                 continue
             ours = contender == PLINTH
             drawn[contender], = axes.plot(
-                known, [row.measures[name, size][contender].median / 1e3 for size in known],
+                known, [row.measures[name, size][contender].median for size in known],
                 linestyle="-" if ours else styles[order.index(contender) % len(styles)],
                 marker="*" if ours else SHAPES[shape(contender)][1], markersize=9 if ours else 5,
                 color="black" if ours else "0.35", linewidth=2 if ours else 1)
         axes.set_title(name)
         axes.set_xscale("log")
         axes.set_yscale("log")
+        # A decade at least: what does not grow shall look so.
+        low, high = axes.get_ylim()
+        middle = math.sqrt(low * high)
+        axes.set_ylim(min(low, middle / math.sqrt(12)), max(high, middle * math.sqrt(12)))
         axes.set_xlabel(row.growth)
-        axes.set_ylabel("microseconds")
+        axes.xaxis.set_major_formatter(lambda size, _: f"{size:,.0f}")
+        axes.yaxis.set_major_formatter(lambda time, _: duration(time))
+        axes.yaxis.set_minor_formatter(lambda time, _: "")
         axes.grid(which="major", linewidth=0.3, color="0.8")
     for axes in panels.flat[len(names):]:
         axes.set_axis_off()
@@ -318,11 +336,16 @@ def main():
     docs = here.parents[1] / "docs"
     charts = docs / "benchmarks"
     charts.mkdir(exist_ok=True)
+    # All of it or nothing.
+    with tempfile.TemporaryDirectory() as scratch:
+        new = pathlib.Path(scratch)
+        draw_ratios(rows, new / "ratios.svg")
+        for row in rows:
+            if row.growth:
+                draw_growth(row, new / f"{row.name}.svg")
+        for path in new.iterdir():
+            shutil.copy(path, charts)
     (docs / "benchmarks.md").write_text("\n".join(report(rows, date)).rstrip() + "\n")
-    draw_ratios(rows, charts / "ratios.svg")
-    for row in rows:
-        if row.growth:
-            draw_growth(row, charts / f"{row.name}.svg")
 
 
 if __name__ == "__main__":
