@@ -107,6 +107,19 @@ struct Unref {
 };
 using File = std::unique_ptr<GFile, Unref>;
 
+/// What GLib has for names alone.
+struct Glib {
+    static Names Read(const char* path) {
+        const std::unique_ptr<GDir, decltype(&g_dir_close)> directory(g_dir_open(path, 0, nullptr),
+                                                                      g_dir_close);
+        Require(directory != nullptr);
+        Names names;
+        while (const char* const name = g_dir_read_name(directory.get()))
+            names.Add(name);
+        return names;
+    }
+};
+
 struct Gio {
     static Names Read(const char* path) {
         const File file(g_file_new_for_path(path));
@@ -166,7 +179,7 @@ struct Apr {
     }
     static void Copy(const char* from, const char* to) {
         const Pool pool;
-        Require(apr_file_copy(from, to, APR_FILE_SOURCE_PERMS, pool) == APR_SUCCESS);
+        Require(apr_file_copy(from, to, APR_OS_DEFAULT, pool) == APR_SUCCESS);
     }
     static Facts Ask(const char* path) {
         const Pool pool;
@@ -189,6 +202,7 @@ void Contestants() {
     Enter<Boost>("boost::filesystem");
     Enter<PocoFile>("POCO File");
     Enter<Gio>("GIO");
+    Enter<Glib>("GDir");
     Enter<Apr>("apr_file, apr_dir");
     Enter<Calls>(contest::SystemCalls);
 }

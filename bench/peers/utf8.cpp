@@ -98,6 +98,7 @@ struct PocoConverter {
     PocoConverter& operator=(const PocoConverter&) = delete;
     static std::string Convert(Poco::TextConverter& converter, const std::string& text) {
         std::string result;
+        result.reserve(2 * text.size());
         if (converter.convert(text, result) != 0)
             std::abort();
         return result;

@@ -100,8 +100,9 @@ private:
     using Descriptor = boost::asio::posix::stream_descriptor;
     static constexpr std::size_t none = static_cast<std::size_t>(-1);
 
+    /// For one thread alone, without locks.
     static boost::asio::io_context& Context() {
-        static boost::asio::io_context context;
+        static boost::asio::io_context context(BOOST_ASIO_CONCURRENCY_HINT_UNSAFE);
         return context;
     }
     void Watch(std::size_t at) {
