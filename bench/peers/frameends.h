@@ -59,6 +59,27 @@ struct Prefix {
     std::size_t Length() const { return ntohl(bytes); }
 };
 
+/// Receives a message: `receive` is given room for so many bytes, and gives how many have come,
+/// none at the end of the connection.
+template <typename ReceiveSome>
+bool ReceiveMessage(std::vector<char>& message, ReceiveSome receive) {
+    const auto receiveAll = [&receive](char* data, std::size_t size) {
+        while (size != 0) {
+            const std::size_t received = receive(data, size);
+            if (received == 0)
+                return false;
+            data += received;
+            size -= received;
+        }
+        return true;
+    };
+    Prefix prefix;
+    if (!receiveAll(reinterpret_cast<char*>(&prefix.bytes), sizeof prefix.bytes))
+        return false;
+    message.resize(prefix.Length());
+    return receiveAll(message.data(), message.size());
+}
+
 class Plain {
 public:
     using Bytes = std::vector<char>;
@@ -89,24 +110,13 @@ public:
         return socket.sendBytes(parts) == all;
     }
     bool Receive(Bytes& message) {
-        Prefix prefix;
-        if (!ReceiveAll(reinterpret_cast<char*>(&prefix.bytes), sizeof prefix.bytes))
-            return false;
-        message.resize(prefix.Length());
-        return ReceiveAll(message.data(), message.size());
+        return ReceiveMessage(message, [this](char* data, std::size_t size) {
+            const int received = socket.receiveBytes(data, static_cast<int>(size));
+            return static_cast<std::size_t>(received > 0 ? received : 0);
+        });
     }
 
 private:
-    bool ReceiveAll(char* data, std::size_t size) {
-        while (size != 0) {
-            const int received = socket.receiveBytes(data, static_cast<int>(size));
-            if (received <= 0)
-                return false;
-            data += received;
-            size -= static_cast<std::size_t>(received);
-        }
-        return true;
-    }
     Poco::Net::StreamSocket socket;
 };
 
@@ -173,20 +183,15 @@ public:
                                           parts, 2, nullptr, nullptr, nullptr) != FALSE;
     }
     bool Receive(Bytes& message) {
-        Prefix prefix;
-        if (!ReceiveAll(&prefix.bytes, sizeof prefix.bytes))
-            return false;
-        message.resize(prefix.Length());
-        return ReceiveAll(message.data(), message.size());
+        return ReceiveMessage(message, [this](char* data, std::size_t size) {
+            gsize received = 0;
+            g_input_stream_read_all(g_io_stream_get_input_stream(G_IO_STREAM(connection)), data,
+                                    size, &received, nullptr, nullptr);
+            return received;
+        });
     }
 
 private:
-    bool ReceiveAll(void* data, std::size_t size) {
-        gsize received = 0;
-        return g_input_stream_read_all(g_io_stream_get_input_stream(G_IO_STREAM(connection)), data,
-                                       size, &received, nullptr, nullptr) != FALSE &&
-               received == size;
-    }
     GSocketConnection* connection;
 };
 
@@ -224,11 +229,10 @@ public:
         return true;
     }
     bool Receive(Bytes& message) {
-        Prefix prefix;
-        if (!ReceiveAll(reinterpret_cast<char*>(&prefix.bytes), sizeof prefix.bytes))
-            return false;
-        message.resize(prefix.Length());
-        return ReceiveAll(message.data(), message.size());
+        return ReceiveMessage(message, [this](char* data, std::size_t size) {
+            apr_size_t received = size;
+            return apr_socket_recv(socket, data, &received) == APR_SUCCESS ? received : 0;
+        });
     }
 
 private:
@@ -236,16 +240,6 @@ private:
     static void Must(apr_status_t status) {
         if (status != APR_SUCCESS)
             std::abort();
-    }
-    bool ReceiveAll(char* data, std::size_t size) {
-        while (size != 0) {
-            apr_size_t received = size;
-            if (apr_socket_recv(socket, data, &received) != APR_SUCCESS)
-                return false;
-            data += received;
-            size -= received;
-        }
-        return true;
     }
     apr_pool_t* pool = nullptr;
     apr_socket_t* socket = nullptr;
