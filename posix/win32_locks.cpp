@@ -23,6 +23,12 @@ void zelSleepAtHeldSection(CRITICAL_SECTION* section, zelStopShield& shield) {
     }
 }
 
+void zelWakeAtHeldSection(CRITICAL_SECTION* section) {
+    const zelStopShield shield;
+    section->state.store(1);
+    posix::FutexWake(section->state, 1);
+}
+
 void zelLeaveSharedSection(CRITICAL_SECTION* section) {
     const zelStopShield shield;
     section->state.store(0, std::memory_order_release);

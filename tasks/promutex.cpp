@@ -69,7 +69,7 @@ bool proMutex::Initialize() {
 }
 
 bool proMutex::IsCurrentThreadOwner() const {
-    return Read(ownerId) == zelSelf.id; // which is 0, and nobody's, on a thread that has none yet
+    return Read(ownerId) == zelSelf.id;
 }
 
 void proMutex::LockTryHandle() {
@@ -81,12 +81,13 @@ void proMutex::UnlockTryHandle() {
 }
 
 /// The usual case of changing the contenders: they were that many, and nobody was in the section.
-/// As what the step finds is a constant, the step need not wait for what is read before it; but a
-/// step that fails costs threads that contend more than a look.
+/// Nothing is read from the word before the step, for that would wait until the step before it is
+/// through. But one that fails costs threads that contend more than a look: where the mark says
+/// that others wait, it is not tried.
 [[gnu::always_inline]] inline bool proMutex::ChangeAlone(int before, int after) {
     static_assert(offsetof(proMutex, contenders) == offsetof(proMutex, tryHandle) + 4);
     static_assert(offsetof(proMutex, tryHandle) % sizeof(GuardedWord) == 0);
-    if (Read(contenders) != before)
+    if (mainHandle.state.load(std::memory_order_relaxed) != 0)
         return false;
     auto bits = std::bit_cast<std::uint64_t>(Guarded{0, before});
     return __atomic_compare_exchange_n(reinterpret_cast<GuardedWord*>(&tryHandle), &bits,
@@ -125,17 +126,23 @@ inline int proMutex::ChangeContenders() {
 bool proMutex::TakeTurn() {
     if (__atomic_load_n(&contenders, __ATOMIC_SEQ_CST) >= 0)
         return false;
-    const int before = ChangeContenders<TookTurn>();
-    if (before < -1)
-        mainHandle.state = 2; // others may sleep, and whoever woke this thread took the mark away
-    return before < 0;
+    if (ChangeContenders<TookTurn>() >= 0)
+        return false;
+    // The mark is made anew: whoever woke this thread took it away, or nobody needs it any more.
+    mainHandle.state = 0;
+    if (__atomic_load_n(&contenders, __ATOMIC_SEQ_CST) > 1)
+        mainHandle.state = 2; // they may sleep
+    return true;
 }
 
-/// `mainHandle` is only slept at here, marked with 2 as long as somebody may sleep. Lets a moment
-/// pass before it sleeps, and looks at nothing then: most owners are done after that, and neither
-/// side has to ask the system to sleep or to wake.
+/// `mainHandle` is only slept at here, marked with 2 as long as somebody may sleep, and with 1 as
+/// long as others, awake or being woken, are after their turn. Lets a moment pass before it sleeps,
+/// and looks at nothing then: most owners are done after that, and neither side has to ask the
+/// system to sleep or to wake.
 [[gnu::noinline]] void proMutex::WaitForTurn() {
     zelStopShield shield; // a stopped thread must not take along what wakes the others
+    std::uint32_t unmarked = 0;
+    mainHandle.state.compare_exchange_strong(unmarked, 1, std::memory_order_relaxed);
     for (int i = 0; i < 40; ++i)
         zelPause();
     while (!TakeTurn()) {
@@ -154,7 +161,9 @@ void proMutex::BecomeOwner(const zelThreadSelf& self) {
 bool proMutex::Lock() {
     if (!initialised)
         return false;
-    if (IsCurrentThreadOwner()) {
+    if (const unsigned long owner = Read(ownerId); owner != nobody) {
+        if (owner != zelSelf.id) // which is 0, and nobody's, on a thread that has none yet
+            return LockAmongOthers();
         ++recursion;
         return true;
     }
@@ -209,6 +218,6 @@ bool proMutex::Unlock() {
 [[gnu::noinline]] bool proMutex::UnlockAmongOthers() {
     const zelStopShield shield; // a stopped thread must not take along what wakes the others
     if (ChangeContenders<Left>() > 1 && mainHandle.state == 2)
-        zelLeaveSharedSection(&mainHandle);
+        zelWakeAtHeldSection(&mainHandle);
     return true;
 }

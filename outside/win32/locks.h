@@ -31,6 +31,7 @@ ZEL_EXPORT void zelEnterHeldSection(CRITICAL_SECTION* section);
 /// Back after any wake-up, a false one included; whoever is stopped in there passes his on.
 /// Requires: the state was 2, or there is no sleep.
 void zelSleepAtHeldSection(CRITICAL_SECTION* section, zelStopShield& shield);
+void zelWakeAtHeldSection(CRITICAL_SECTION* section); ///< makes the state 1 and wakes one of them
 ZEL_EXPORT void zelLeaveSharedSection(CRITICAL_SECTION* section); ///< the rest of leaving
 
 /// Requires: the calling thread does not hold the section, or it waits for itself for ever.
