@@ -21,23 +21,17 @@ int MostInOneCall(std::streamsize count) {
     return static_cast<int>(std::min<std::streamsize>(count, INT_MAX));
 }
 
-/// The readiness of a pipe end, which the event does not own: a write end is waited for until it
-/// takes bytes, any other until it has some.
-class PipeEnd : public zelBaseEvent {
-public:
-    explicit PipeEnd(void* handle) : descriptor(zelDescriptorOfHandle(handle)) {
-        const sys::KeepErrno keep;
-        const int flags = sys::fcntl(descriptor, F_GETFL, 0);
-        if (flags != -1 && (flags & O_ACCMODE) == O_WRONLY)
-            readiness = Writable;
-    }
-    int GetDescriptor() override { return descriptor; }
-    Readiness GetReadiness() const override { return readiness; }
+/// A write end is waited for until it takes bytes, any other until it has some.
+zelBaseEvent::Readiness ReadinessOfEnd(void* handle) {
+    const sys::KeepErrno keep;
+    const int flags = sys::fcntl(zelDescriptorOfHandle(handle), F_GETFL, 0);
+    return flags != -1 && (flags & O_ACCMODE) == O_WRONLY ? zelBaseEvent::Writable
+                                                          : zelBaseEvent::Readable;
+}
 
-private:
-    int descriptor;
-    Readiness readiness = Readable;
-};
+zelBaseEvent* EventOfEnd(void* handle, zelBaseEvent::Readiness readiness) {
+    return new zelSelectEvent(static_cast<unsigned int>(zelDescriptorOfHandle(handle)), readiness);
+}
 
 } // namespace
 
@@ -125,4 +119,7 @@ int zelOPipeSBuf::Write(void const* data, int length) {
                                                       static_cast<std::size_t>(length)));
 }
 
-zelPipeEvent::zelPipeEvent(void* handle) : zelEvent(new PipeEnd(handle)) {}
+zelPipeEvent::zelPipeEvent(void* handle) : zelEvent(EventOfEnd(handle, ReadinessOfEnd(handle))) {}
+
+zelPipeEvent::zelPipeEvent(const zelInputPipe& end)
+    : zelEvent(EventOfEnd(end.fd(), zelBaseEvent::Readable)) {}

@@ -49,12 +49,12 @@ zelMOEvent::zelMOEvent(void* handle, [[maybe_unused]] int type) {
     assert(type == 2);
     if (posix::Thread* const thread = posix::Thread::FromHandle(handle)) {
         thread->Hold();
-        watched = static_cast<posix::HandleObject*>(thread);
+        watched = thread;
     }
 }
 
 zelMOEvent::~zelMOEvent() {
-    if (posix::Thread* const thread = posix::Thread::FromHandle(watched)) {
+    if (auto* const thread = static_cast<posix::Thread*>(watched)) {
         if (descriptor >= 0)
             thread->End().Release();
         thread->Drop();
@@ -62,7 +62,7 @@ zelMOEvent::~zelMOEvent() {
 }
 
 std::optional<bool> zelMOEvent::WaitAlone(int msec) {
-    posix::Thread* const thread = posix::Thread::FromHandle(watched);
+    auto* const thread = static_cast<posix::Thread*>(watched);
     if (thread == nullptr)
         return std::nullopt;
     // Asked for the code, it also knows of an end that only the descriptor has told yet.
@@ -70,7 +70,7 @@ std::optional<bool> zelMOEvent::WaitAlone(int msec) {
 }
 
 int zelMOEvent::GetDescriptor() {
-    posix::Thread* const thread = posix::Thread::FromHandle(watched);
+    auto* const thread = static_cast<posix::Thread*>(watched);
     if (descriptor < 0 && thread != nullptr)
         descriptor = thread->End().Acquire();
     return descriptor;

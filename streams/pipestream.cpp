@@ -76,7 +76,7 @@ void DeletePipe(oPipeStream* stream) {
 zelPipeEvent::~zelPipeEvent() = default;
 
 zelIPipeEvent::zelIPipeEvent(iPipeStream* source)
-    : zelPipeEvent(source->rdbuf()->pipe().fd()), stream(source) {}
+    : zelPipeEvent(source->rdbuf()->pipe()), stream(source) {}
 
 int zelIPipeEvent::GetKind() {
     return eventKind;

@@ -16,6 +16,8 @@
 
 #include "outside/zelexport.h"
 
+class zelInputPipe;
+
 /// What can become ready. The descriptor is made or found on demand and belongs to the event.
 class ZEL_EXPORT zelBaseEvent {
 public:
@@ -69,7 +71,7 @@ public:
     std::optional<bool> WaitAlone(int msec) override;
 
 private:
-    void* watched = nullptr;
+    void* watched = nullptr; ///< the record of the thread
     int descriptor = -1;
 };
 
@@ -166,7 +168,8 @@ private:
 /// nobody reads any more.
 class ZEL_EXPORT zelPipeEvent : public zelEvent {
 public:
-    explicit zelPipeEvent(void* handle); ///< of a pipe end: zelAnonymousPipe::fd
+    explicit zelPipeEvent(void* handle); ///< of either end: asks the system which one it is
+    explicit zelPipeEvent(const zelInputPipe& end); ///< of that end
     ~zelPipeEvent() override;
 };
 
