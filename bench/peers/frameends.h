@@ -32,18 +32,19 @@ namespace ends {
 
 class Ours {
 public:
-    struct Bytes : dsXArray<char> {
-        Bytes() : dsXArray<char>(nullptr) {}
-        void push_back(char byte) { *this += byte; }
-        std::size_t size() const { return GetSize(); }
-        const char* data() const { return GetDataPtr(); }
+    /// Has an array, and is none: what derives from one is asked about every movement.
+    struct Bytes {
+        dsXArray<char> array{nullptr};
+        void push_back(char byte) { array += byte; }
+        std::size_t size() const { return array.GetSize(); }
+        const char* data() const { return array.GetDataPtr(); }
     };
     explicit Ours(std::uint16_t port) : stream(psockServer::Connect("127.0.0.1", port)) {}
     explicit Ours(std::unique_ptr<psockStream> accepted) : stream(std::move(accepted)) {}
-    bool Send(Bytes& message) { return Write(*stream, message) == errOK; }
+    bool Send(Bytes& message) { return Write(*stream, message.array) == errOK; }
     bool Receive(Bytes& message) {
-        message.Clear();
-        return Read(*stream, message) == errOK;
+        message.array.Clear();
+        return Read(*stream, message.array) == errOK;
     }
 
 private:
