@@ -57,13 +57,27 @@ bool Lock(int descriptor, int operation) {
     return sys::retry([&] { return sys::flock(descriptor, operation); }) == 0;
 }
 
+/// `made` tells of a file that would be emptied that it was not there before.
+int Open(const char* path, int flags, unsigned int disposition, bool& made) {
+    const auto open = [&](int more) {
+        return sys::retry([&] { return sys::open(path, flags | more, 0666); });
+    };
+    made = false;
+    if (disposition == createAlways) {
+        const int descriptor = open(O_EXCL);
+        made = descriptor >= 0;
+        if (made || errno != EEXIST)
+            return descriptor;
+    }
+    return open(0);
+}
+
 /// What follows an open: the sharing mode, the refusal of directories, the emptying. `info` is what
 /// it was before that.
-bool Settle(int descriptor, unsigned int access, unsigned int sharing, unsigned int disposition,
-            struct stat& info) {
+bool Settle(int descriptor, bool made, unsigned int access, unsigned int sharing,
+            unsigned int disposition, struct stat& info) {
     // A lock cannot say more than shared or exclusive, so a writer that would share counts as
-    // one that does not. It comes before the look: a file that was empty then stays so, and most
-    // that are to be emptied are new.
+    // one that does not. It comes before the look, after which a file that was empty stays so.
     const bool shared = (access & writeAccess) == 0 && (sharing & shareReading) != 0;
     const bool locked = Lock(descriptor, (shared ? LOCK_SH : LOCK_EX) | LOCK_NB);
     const int refusal = errno;
@@ -83,8 +97,10 @@ bool Settle(int descriptor, unsigned int access, unsigned int sharing, unsigned 
         errno = refusal;
         return false;
     }
+    // A file that was there is emptied even where it is empty: it is as new from now on. For one
+    // that was made just now, that would be the dearest call of all on some file systems.
     const bool empties = disposition == createAlways || disposition == truncateExisting;
-    return !empties || info.st_size == 0 ||
+    return !empties || (made && info.st_size == 0) ||
            sys::retry([&] { return sys::ftruncate(descriptor, 0); }) == 0;
 }
 
@@ -98,14 +114,15 @@ void* uCreateFile(const char* path, unsigned int access, unsigned int sharing, v
         errno = EINVAL;
         return zelHandleOfDescriptor(-1);
     }
-    const int descriptor = sys::retry([&] { return sys::open(path, flags, 0666); });
+    bool made;
+    const int descriptor = Open(path, flags, disposition, made);
     if (descriptor < 0) {
         if (errno == ENXIO && disposition == openAlways) // a pipe that nobody reads
             errno = ENOTSUP;
         return zelHandleOfDescriptor(-1);
     }
     struct stat info;
-    if (!Settle(descriptor, access, sharing, disposition, info)) {
+    if (!Settle(descriptor, made, access, sharing, disposition, info)) {
         const sys::KeepErrno keep;
         sys::close(descriptor);
         return zelHandleOfDescriptor(-1);
