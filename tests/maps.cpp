@@ -80,6 +80,7 @@ void CompareWithAModel(Key key) {
         } else if (there && random() % 4 == 0) {
             map[key(place)] += 1;
             ASSERT_EQ(map.GetByIndex(index), ++at->second);
+            same[key(place)] += 1;
         } else {
             ASSERT_EQ(map.Remove(key(place)), there);
             ASSERT_EQ(same.Remove(key(place)), there);
@@ -90,6 +91,7 @@ void CompareWithAModel(Key key) {
             values.push_back(entry.second);
         ASSERT_TRUE(map.IsConsistent());
         ASSERT_EQ(Values(map), values) << "step " << step;
+        ASSERT_EQ(Values(same), values);
         ASSERT_EQ(map.keysOwned, model.size());
     }
 }
