@@ -31,6 +31,9 @@ inline int flock(int fd, int operation) {
 inline int ftruncate(int fd, off_t size) {
     return called(__func__, [=] { return ::ftruncate(fd, size); });
 }
+inline off_t lseek(int fd, off_t offset, int from) {
+    return called(__func__, [=] { return ::lseek(fd, offset, from); });
+}
 inline int posix_fadvise(int fd, off_t start, off_t length, int advice) {
     return numbered(__func__, [=] { return ::posix_fadvise(fd, start, length, advice); });
 }

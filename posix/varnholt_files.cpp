@@ -81,6 +81,11 @@ bool Settle(int descriptor, bool made, unsigned int access, unsigned int sharing
     const bool shared = (access & writeAccess) == 0 && (sharing & shareReading) != 0;
     const bool locked = Lock(descriptor, (shared ? LOCK_SH : LOCK_EX) | LOCK_NB);
     const int refusal = errno;
+    // One that was made just now is a file, and empty unless somebody else had it in between.
+    if (made && locked && sys::lseek(descriptor, 0, SEEK_END) == 0) {
+        info.st_size = 0;
+        return true;
+    }
     if (sys::fstat(descriptor, &info) != 0)
         return false;
     if (S_ISDIR(info.st_mode)) {
@@ -99,9 +104,10 @@ bool Settle(int descriptor, bool made, unsigned int access, unsigned int sharing
     }
     // A file that was there is emptied even where it is empty: it is as new from now on. For one
     // that was made just now, that would be the dearest call of all on some file systems.
-    const bool empties = disposition == createAlways || disposition == truncateExisting;
-    return !empties || (made && info.st_size == 0) ||
-           sys::retry([&] { return sys::ftruncate(descriptor, 0); }) == 0;
+    if (disposition != createAlways && disposition != truncateExisting)
+        return true;
+    return sys::retry([&] { return sys::ftruncate(descriptor, 0); }) == 0 &&
+           (!made || sys::lseek(descriptor, 0, SEEK_SET) == 0);
 }
 
 } // namespace

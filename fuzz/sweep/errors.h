@@ -48,6 +48,7 @@ inline const Failing failing[] = {
     {"ioctl", {EINVAL}},
     {"kill", {EPERM}},
     {"listen", {EADDRINUSE}},
+    {"lseek", {EIO}},
     {"lstat", {EACCES, ENOMEM}},
     {"mkdir", {EACCES, ENOSPC, EROFS}},
     {"mkdtemp", {EACCES, ENOSPC}},
