@@ -6,14 +6,11 @@
 #include <memory>
 #include <ostream>
 
+#include "ds/ownedtext.h"
 #include "dsdatcol.h"
 #include "outside/quillmarsh/multibyte.h"
 
 namespace {
-
-/// The one empty text of the process. It is never written to; only its address tells it from a
-/// buffer that a string owns.
-constinit const char emptyText[1] = {'\0'};
 
 std::size_t Length(const char* s) {
     return s != nullptr ? std::strlen(s) : 0;
@@ -25,6 +22,8 @@ char* Put(char* target, const char* from, const char* to) {
 }
 
 } // namespace
+
+constinit const char OwnedText::empty[1] = {'\0'};
 
 dsBaseString::~dsBaseString() = default;
 
@@ -43,7 +42,7 @@ std::ostream& operator<<(std::ostream& os, const dsBaseString& s) {
 }
 
 char* dsString::StrEmpty() {
-    return const_cast<char*>(emptyText);
+    return const_cast<char*>(OwnedText::empty);
 }
 
 char* dsString::StrNew(const char* s) {

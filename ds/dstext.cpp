@@ -4,23 +4,46 @@
 // functions.
 #include "dsstring.h"
 
+#include <bit>
 #include <charconv>
 #include <climits>
 #include <locale>
 #include <memory>
-#include <type_traits>
+#include <utility>
+
+#include "ds/ownedtext.h"
 
 namespace {
 
-int BaseOf(ToStringOptions options) {
-    return options == ToStringOctal ? 8 : options == ToStringHex ? 16 : 10;
+/// Whether numbers are written the plain way: only a locale of the program's own can group digits
+/// or write them in another way.
+bool IsGlobalLocalePlain() {
+    static const std::locale& plain = std::locale::classic();
+    const std::locale global;
+    // A locale refers to what it consists of: the same bytes are the same locale, and to ask so
+    // takes no call.
+    return std::memcmp(static_cast<const void*>(&global), static_cast<const void*>(&plain),
+                       sizeof global) == 0 ||
+           global == plain;
+}
+
+/// The digits that `value` has in base 8, 10 or 16.
+std::size_t CountDigits(unsigned int value, int base) {
+    value |= 1; // 0 has a digit as well
+    const auto bits = static_cast<unsigned int>(std::bit_width(value));
+    if (base != 10)
+        return base == 8 ? (bits + 2) / 3 : (bits + 3) / 4;
+    static constexpr unsigned int powers[] = {
+        1, 10, 100, 1'000, 10'000, 100'000, 1'000'000, 10'000'000, 100'000'000, 1'000'000'000};
+    // What the logarithm to base 2 tells about that to base 10 is one short, or right.
+    const unsigned int least = bits * 1233 / 4096;
+    return least + (value >= powers[least] ? 1 : 0);
 }
 
 template <typename Number>
 void NumberToString(Number value, dsString& text, ToStringOptions options) {
-    const int base = BaseOf(options);
-    // Only a locale of the program's own can group digits or write them in another way.
-    if (std::locale() != std::locale::classic()) {
+    const int base = options == ToStringOctal ? 8 : options == ToStringHex ? 16 : 10;
+    if (!IsGlobalLocalePlain()) {
         std::strstream stream;
         if (base != 10)
             stream.setf(base == 8 ? std::ios::oct : std::ios::hex, std::ios::basefield);
@@ -28,13 +51,17 @@ void NumberToString(Number value, dsString& text, ToStringOptions options) {
         text = stream;
         return;
     }
-    char digits[sizeof(Number) * CHAR_BIT + 1]; // enough for any base; a sign comes with base 10
-    const auto end = digits + sizeof digits;
-    *(base == 10
-          ? std::to_chars(digits, end, value)
-          : std::to_chars(digits, end, static_cast<std::make_unsigned_t<Number>>(value), base))
-         .ptr = '\0';
-    text = digits;
+    // Written where it will stay.
+    unsigned int magnitude = static_cast<unsigned int>(value);
+    const bool hasSign = base == 10 && value < Number{};
+    if (hasSign)
+        magnitude = -magnitude;
+    const std::size_t size = CountDigits(magnitude, base) + hasSign;
+    auto digits = std::make_unique_for_overwrite<char[]>(size + 1);
+    digits[0] = '-';
+    digits[size] = '\0';
+    std::to_chars(&digits[hasSign], &digits[size], magnitude, base);
+    OwnedText::Adopt(text, std::move(digits));
 }
 
 } // namespace

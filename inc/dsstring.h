@@ -92,6 +92,8 @@ public:
     int ReplaceSubStr(const char* find, const char* with, int maxCount);
 
 private:
+    friend struct OwnedText; // of the library alone
+
     static char* StrEmpty();
     static char* StrNew(const char* s);
     static char* Concatenate(const char* a, const char* b);
