@@ -13,6 +13,24 @@
 
 static constexpr unsigned int prefixLength = 4;
 
+int bdt::AskForBytes(bdtStream& stream, char* data, int count) {
+    std::streambuf* const buffer = stream.rdbuf();
+    const int moved =
+        buffer != nullptr && count > 0 ? static_cast<int>(buffer->sgetn(data, count)) : 0;
+    if (moved != count)
+        stream.setstate(bdtStream::eofbit | bdtStream::failbit);
+    return moved;
+}
+
+int bdt::OfferBytes(bdtStream& stream, const char* data, int count) {
+    std::streambuf* const buffer = stream.rdbuf();
+    const int moved =
+        buffer != nullptr && count > 0 ? static_cast<int>(buffer->sputn(data, count)) : 0;
+    if (moved != count)
+        stream.setstate(bdtStream::badbit);
+    return moved;
+}
+
 int bdtBase::byteOrderProbePending = 1;
 int bdtBase::hostIsNetworkOrder = 0;
 

@@ -4,11 +4,14 @@
 #include <algorithm>
 #include <climits>
 #include <cstdint>
+#include <cstring>
 #include <memory>
 #include <new>
+#include <utility>
 #include <vector>
 
 #include "bdt/transfer.h"
+#include "ds/ownedtext.h"
 #include "dsstring.h"
 #include "mbconv.h"
 #include "outside/quillmarsh/multibyte.h"
@@ -25,9 +28,9 @@ struct BlockDeleter {
 /// No more than this is allocated ahead of the bytes that have arrived: a length is only a claim.
 constexpr int pieceSize = 64 * 1024;
 
-/// Reads `count` bytes into a new block with one more byte behind them, or gives null after a short
-/// read.
-Bytes TakeBlock(bdtStream& stream, int count) {
+/// Reads `count` bytes into a new block with one more byte behind them, piece by piece, or gives
+/// null after a short read.
+Bytes TakePieces(bdtStream& stream, int count) {
     std::vector<Bytes> pieces;
     for (int left = count; left > pieceSize; left -= pieceSize) {
         pieces.push_back(std::make_unique_for_overwrite<char[]>(pieceSize));
@@ -42,6 +45,14 @@ Bytes TakeBlock(bdtStream& stream, int count) {
         piece.reset();
     }
     return bdt::Take(stream, target, count - joined) == count - joined ? std::move(block) : nullptr;
+}
+
+/// The same; what is no longer than a piece takes its way alone.
+inline Bytes TakeBlock(bdtStream& stream, int count) {
+    if (count > pieceSize)
+        return TakePieces(stream, count);
+    Bytes block = std::make_unique_for_overwrite<char[]>(static_cast<std::size_t>(count) + 1);
+    return bdt::Take(stream, block.get(), count) == count ? std::move(block) : nullptr;
 }
 
 /// Reads a multibyte character behind its length.
@@ -96,6 +107,28 @@ void ConvertText(bdtStream& stream, bool portable, const char* record, std::size
         stream.setstate(bdtStream::failbit);
     else
         text = dsString(wide.get());
+}
+
+/// Reads the text of a record of `size` bytes, which may be in memory already. Apart from the short
+/// way, which has less to save without it.
+[[gnu::noinline]] void TakeText(bdtStream& stream, bool portable, const char* inMemory,
+                                std::size_t size, dsString& text) {
+    Bytes record;
+    if (inMemory != nullptr) {
+        record = std::make_unique_for_overwrite<char[]>(size + 1);
+        std::memcpy(record.get(), inMemory, size);
+    } else {
+        record = TakeBlock(stream, static_cast<int>(size));
+    }
+    if (record == nullptr)
+        return;
+    record[size] = 0;
+    if (!zelSameForm(record.get(), size))
+        ConvertText(stream, portable, record.get(), size, text);
+    else if (std::strlen(record.get()) == size)
+        OwnedText::Adopt(text, std::move(record));
+    else
+        text = record.get();
 }
 
 } // namespace
@@ -190,21 +223,14 @@ bdtIStream& bdtIStream::operator>>(dsString& text) {
         text = static_cast<const char*>(nullptr);
         return *this;
     }
-    char few[256];
-    Bytes many;
-    char* record = few;
-    if (count >= static_cast<int>(sizeof few))
-        record = (many = TakeBlock(*this, count)).get();
-    else if (bdt::Take(*this, few, count) != count)
-        record = nullptr;
-    if (record == nullptr)
-        return *this;
+    // Plain text in memory takes no block in between.
     const auto size = static_cast<std::size_t>(count);
-    record[size] = 0;
-    if (zelSameForm(record, size))
-        text = record;
+    const char* const inMemory =
+        buffer != nullptr ? bdt::MemoryArea::Take(*buffer, count) : nullptr;
+    if (inMemory != nullptr && zelPlainText(inMemory, size))
+        OwnedText::Assign(text, inMemory, size);
     else
-        ConvertText(*this, portable != 0, record, size, text);
+        TakeText(*this, portable != 0, inMemory, size, text);
     return *this;
 }
 

@@ -61,50 +61,67 @@ private:
     }
 };
 
+/// What Take and Put do where the buffer has to be asked. They stand apart, so that the way past it
+/// has nothing to save.
+int AskForBytes(bdtStream& stream, char* data, int count);
+int OfferBytes(bdtStream& stream, const char* data, int count);
+
 /// bdtStream::sgetn: how many of `count` bytes came.
 inline int Take(bdtStream& stream, char* data, int count) {
     std::streambuf* const buffer = stream.rdbuf();
-    int moved = 0;
-    if (buffer != nullptr && count > 0) {
-        if (const char* const source = MemoryArea::Take(*buffer, count)) {
+    if (buffer != nullptr && count > 0) [[likely]]
+        if (const char* const source = MemoryArea::Take(*buffer, count)) [[likely]] {
             MemoryArea::Copy(data, source, count);
             return count;
         }
-        moved = static_cast<int>(buffer->sgetn(data, count));
-    }
-    if (moved != count) [[unlikely]]
-        stream.setstate(bdtStream::eofbit | bdtStream::failbit);
-    return moved;
+    return AskForBytes(stream, data, count);
 }
 
 /// bdtStream::sputn: how many of `count` bytes went.
 inline int Put(bdtStream& stream, const char* data, int count) {
     std::streambuf* const buffer = stream.rdbuf();
-    int moved = 0;
-    if (buffer != nullptr && count > 0) {
-        if (char* const target = MemoryArea::Put(*buffer, count)) {
+    if (buffer != nullptr && count > 0) [[likely]]
+        if (char* const target = MemoryArea::Put(*buffer, count)) [[likely]] {
             MemoryArea::Copy(target, data, count);
             return count;
         }
-        moved = static_cast<int>(buffer->sputn(data, count));
-    }
-    if (moved != count) [[unlikely]]
-        stream.setstate(bdtStream::badbit);
-    return moved;
+    return OfferBytes(stream, data, count);
+}
+
+template <typename Number>
+using WordOf = std::conditional_t<sizeof(Number) == 4, std::uint32_t, std::uint64_t>;
+
+/// What TakeNumber does with the bytes of a number. On its way through a register of its own type a
+/// float could lose some.
+template <typename Number>
+inline void SetNumber(Number& number, const char* bytes, bool swaps) {
+    WordOf<Number> word;
+    std::memcpy(&word, bytes, sizeof word);
+    if (swaps)
+        word = Swapped(word);
+    std::memcpy(&number, &word, sizeof number);
+}
+
+/// What TakeNumber does where the buffer has to be asked.
+template <typename Number>
+[[gnu::noinline]] bool AskForNumber(bdtStream& stream, bool swaps, Number& number) {
+    char bytes[sizeof number];
+    if (AskForBytes(stream, bytes, sizeof bytes) != sizeof bytes)
+        return false;
+    SetNumber(number, bytes, swaps);
+    return true;
 }
 
 /// Reads a number of 4 or 8 bytes, which `swaps` tells to reverse; false, and `number` untouched,
 /// after a short read.
 template <typename Number>
 inline bool TakeNumber(bdtStream& stream, bool swaps, Number& number) {
-    std::conditional_t<sizeof(Number) == 4, std::uint32_t, std::uint64_t> word;
-    if (Take(stream, reinterpret_cast<char*>(&word), sizeof word) != sizeof word) [[unlikely]]
-        return false;
-    if (swaps)
-        word = Swapped(word);
-    // Byte by byte: on its way through a register a float could lose its bits.
-    std::memcpy(&number, &word, sizeof number);
-    return true;
+    if (std::streambuf* const buffer = stream.rdbuf()) [[likely]]
+        if (const char* const source = MemoryArea::Take(*buffer, sizeof number)) [[likely]] {
+            SetNumber(number, source, swaps);
+            return true;
+        }
+    return AskForNumber(stream, swaps, number);
 }
 
 /// Writes a number of 4 or 8 bytes, which `swaps` tells to reverse.

@@ -63,6 +63,33 @@ bool IsAscii(const char* text, const char* end) {
     return std::none_of(text, end, [](char byte) { return (byte & 0x80) != 0; });
 }
 
+/// Whether `Words` times 8 bytes are ASCII and none is a NUL: each high bit that comes up tells of
+/// a byte that is not ASCII, or of one that had nothing to take 1 from.
+template <int Words>
+bool ArePlain(const char* text) {
+    constexpr std::uint64_t ones = utf8::highBits >> 7;
+    std::uint64_t found = 0;
+    for (int i = 0; i < Words; ++i) {
+        std::uint64_t word;
+        std::memcpy(&word, text + i * utf8::wordSize, sizeof word);
+        found |= word | (word - ones);
+    }
+    return (found & utf8::highBits) == 0;
+}
+
+/// The same for a text of any size, whose last bytes may be looked at twice.
+bool IsPlain(const char* text, std::size_t size) {
+    const char* const end = text + size;
+    if (size < 8)
+        return std::all_of(text, end, [](char byte) { return (byte & 0x80) == 0 && byte != 0; });
+    if (size <= 16)
+        return ArePlain<1>(text) && ArePlain<1>(end - 8);
+    for (; end - text > 32; text += 32)
+        if (!ArePlain<4>(text))
+            return false;
+    return size >= 32 ? ArePlain<4>(end - 32) : ArePlain<2>(text) && ArePlain<2>(end - 16);
+}
+
 std::optional<std::size_t> CountDecoded(const char* text) {
     struct {
         std::size_t count = 0;
@@ -203,6 +230,10 @@ bool zelSameForm(const char* text, std::size_t length) {
         break;
     }
     return false;
+}
+
+bool zelPlainText(const char* text, std::size_t length) {
+    return NativeEncoding() != Encoding::Other && IsPlain(text, length);
 }
 
 char* zelShortWayToNeut(const char* native, std::size_t length) {

@@ -95,9 +95,10 @@ struct Value {
                 return Untouched;
             tell(std::string(data, static_cast<std::size_t>(length)), Bytes(), "");
         } else if (!isNumber) {
-            dsString target("before");
+            const std::string before(Bytes().size() | 1, '?'); // as long, or not
+            dsString target(before.c_str());
             in >> target;
-            tell(std::string(target), Bytes(), "before");
+            tell(std::string(target), Bytes(), before);
         }
         return outcome;
     }

@@ -13,6 +13,9 @@
 /// Requires: a NUL stands behind the bytes. One among them is as good as any other byte.
 bool zelSameForm(const char* text, std::size_t length);
 
+/// True if, besides, they are characters of ASCII, and none is a NUL. Nothing behind them is read.
+bool zelPlainText(const char* text, std::size_t length);
+
 /// The neutral form of `length` bytes of native text, or the native form of neutral text, in a new
 /// block for `operator delete`. Null where the long way has to be gone, which may still find one.
 ///
