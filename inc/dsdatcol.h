@@ -205,21 +205,27 @@ public:
     void Insert(unsigned int pos, const T& element) { Insert(pos, 1, &element); } ///< one element
     /// At the end.
     void Append(unsigned int count, const T* source) {
-        if (count <= capacity - size && dsIsExactly<dsXArray>(*this)) {
-            this->dsDataCollection<T>::CopyElems(source, data + size, count);
-            size += count;
+        const unsigned int old = size;
+        // Without a test of its own: no elements look like too many.
+        if (__builtin_expect(count - 1 < capacity - old, 1) && dsIsExactly<dsXArray>(*this)) {
+            T* const gap = data + old;
+            // Before the copy, behind which a compiler has to think that the array has changed.
+            size = old + count;
+            std::memmove(static_cast<void*>(gap), source, count * sizeof(T));
         } else {
-            Insert(size, count, source);
+            AppendWithRoom(count, source);
         }
     }
     /// One at the end.
     void operator+=(const T& element) {
-        if (__builtin_expect(size < capacity, 1) && dsIsExactly<dsXArray>(*this)) {
+        const unsigned int old = size;
+        if (__builtin_expect(old < capacity, 1) && dsIsExactly<dsXArray>(*this)) {
+            T* const gap = data + old;
+            size = old + 1;
             // Not assigned: an element may have members that are constant.
-            this->dsDataCollection<T>::CopyElems(&element, data + size, 1);
-            ++size;
+            std::memmove(static_cast<void*>(gap), &element, sizeof(T));
         } else {
-            Insert(size, 1, &element);
+            AppendWithRoom(1, &element);
         }
     }
     /// Takes `count` elements out; a non-null `removed` receives them.
@@ -244,6 +250,7 @@ protected:
 private:
     unsigned int OptimizeSize(unsigned int count);
     void MoveTo(unsigned int newSize);
+    void AppendWithRoom(unsigned int count, const T* source);
 
     T* data;
     unsigned int size;
@@ -313,6 +320,9 @@ template <typename T>
 unsigned int dsXArray<T>::OptimizeSize(unsigned int count) {
     if (count == 0)
         return 0;
+    // A block more, as appending asks for, takes no division.
+    if (count > capacity && count - capacity <= blockSize && capacity <= UINT32_MAX - blockSize)
+        return capacity + blockSize;
     const unsigned int blocks = (count - 1) / blockSize + 1;
     if (blocks > UINT32_MAX / blockSize)
         zelOutOfMemory();
@@ -323,10 +333,27 @@ template <typename T>
 void dsXArray<T>::MoveTo(unsigned int newSize) {
     const unsigned int target = OptimizeSize(newSize);
     if (target != capacity) {
-        data = data != nullptr ? this->ReallocElems(data, size, target) : this->AllocElems(target);
+        if (data == nullptr)
+            data = this->AllocElems(target);
+        else if (dsIsExactly<dsXArray>(*this))
+            data = this->dsDataCollection<T>::ReallocElems(data, size, target);
+        else
+            data = this->ReallocElems(data, size, target);
         capacity = target;
     }
     size = newSize;
+}
+
+/// Append where there is no room yet, or where a derived class wants to see it.
+template <typename T>
+[[gnu::flatten]] void dsXArray<T>::AppendWithRoom(unsigned int count, const T* source) {
+    const unsigned int old = size;
+    if (!dsIsExactly<dsXArray>(*this) || count > UINT32_MAX - old) {
+        Insert(old, count, source);
+        return;
+    }
+    Resize(old + count);
+    this->dsDataCollection<T>::CopyElems(source, data + old, count);
 }
 
 extern template class dsBaseIter<char>;
