@@ -6,6 +6,7 @@
 
 #include "contest.h"
 #include "frameends.h"
+#include "oneprocessor.h"
 #include "plainsockets.h"
 
 namespace {
@@ -79,20 +80,24 @@ template <typename End>
 void All(const char* contender) {
     for (const std::size_t size : {64U, 4096U, 1U << 20}) {
         const std::string bytes = std::to_string(size) + " bytes";
+        const bool takesTurns = size <= 4096; // a message that goes in one piece
         contest::Contend({"request and answer of " + bytes}, contender,
                          [=](benchmark::State& state) {
+                             const OneProcessor one(takesTurns);
                              plain::EchoServer server;
                              End end(server.Port());
                              Exchange(state, end, size);
                          });
         contest::Contend({"the same at both ends, " + bytes}, contender,
                          [=](benchmark::State& state) {
+                             const OneProcessor one(takesTurns);
                              OwnServer<End> server;
                              End end(server.Port());
                              Exchange(state, end, size);
                          });
     }
     contest::Contend({"connection with one request"}, contender, [](benchmark::State& state) {
+        const OneProcessor one;
         plain::EchoServer server;
         typename End::Bytes request, answer;
         Fill(request, 64);
