@@ -33,7 +33,7 @@ std::optional<nanoseconds> Deadline::Left() const {
 
 namespace {
 
-int Poll(pollfd* set, nfds_t count, const Deadline& deadline) {
+[[gnu::always_inline]] inline int Poll(pollfd* set, nfds_t count, const Deadline& deadline) {
     return sys::retry([&] {
         const std::optional<nanoseconds> left = deadline.Left();
         if (!left)
@@ -47,7 +47,7 @@ int Poll(pollfd* set, nfds_t count, const Deadline& deadline) {
 
 /// For more entries than the process may have descriptors, which the system refuses: those of the
 /// same descriptor are polled as one.
-int PollMerged(pollfd* set, nfds_t count, const Deadline& deadline) {
+[[gnu::noinline]] int PollMerged(pollfd* set, nfds_t count, const Deadline& deadline) {
     const auto before = [](const pollfd& one, const pollfd& other) { return one.fd < other.fd; };
     std::vector<pollfd> merged(set, set + count);
     std::sort(merged.begin(), merged.end(), before);

@@ -149,16 +149,20 @@ inline int pthread_atfork(void (*before)(), void (*inParent)(), void (*inChild)(
 }
 
 /// Calls `call` again for as long as a signal interrupts it. In the end errno has changed only if
-/// the call has failed.
+/// the call has failed. Inline for sure: the processor forgets in a call of the system where the
+/// functions around it return to, so that each of them costs more than it looks.
 template <typename Call>
-auto retry(Call call) {
+[[gnu::always_inline]] inline auto retry(Call call) {
     const int before = errno;
-    auto result = call();
-    while (result == -1 && errno == EINTR)
-        result = call();
-    if (result != -1)
-        errno = before;
-    return result;
+    for (;;) {
+        const auto result = call();
+        if (result != -1) {
+            errno = before;
+            return result;
+        }
+        if (errno != EINTR)
+            return result;
+    }
 }
 
 /// Puts errno back at the end of a scope that must not disturb it.
