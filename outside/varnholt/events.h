@@ -91,7 +91,7 @@ private:
 /// What a caller waits for.
 class ZEL_EXPORT zelEvent {
 public:
-    /// Takes the base event over. A null base is an event that never fires.
+    /// Takes over a base event that was made with `new`. A null base is an event that never fires.
     explicit zelEvent(zelBaseEvent* base);
     zelEvent(const zelEvent&) = delete;
     zelEvent& operator=(const zelEvent&) = delete;
