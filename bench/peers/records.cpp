@@ -34,18 +34,20 @@ struct Record {
 
 std::string TextOf(int i) {
     std::string text = "record " + std::to_string(i) + " with some plain text";
-    text.resize(32, '.');
+    text.resize(static_cast<std::size_t>(24 + i * 7 % 17), '.');
     return text;
 }
 
 template <typename String>
-std::vector<Record<String>> MakeRecords() {
+std::vector<Record<String>> MakeRecords(int first) {
     std::vector<Record<String>> records(Records);
-    for (int i = 0; i < Records; ++i) {
-        records[static_cast<std::size_t>(i)].number = 1'000'003 * i;
-        records[static_cast<std::size_t>(i)].real = 0.1 * i;
-        records[static_cast<std::size_t>(i)].small = static_cast<std::int16_t>(i - Records / 2);
-        records[static_cast<std::size_t>(i)].text = TextOf(i).c_str();
+    int i = first; // up or down from there
+    for (Record<String>& record : records) {
+        record.number = 1'000'003 * i;
+        record.real = 0.1 * i;
+        record.small = static_cast<std::int16_t>(i - Records / 2);
+        record.text = TextOf(i).c_str();
+        i += first == 0 ? 1 : -1;
     }
     return records;
 }
@@ -209,23 +211,25 @@ bool Equal(Part part, const std::vector<Record<String>>& sent,
 template <typename Contender>
 void Enter(const char* contender) {
     using String = typename Contender::String;
-    static const std::vector<Record<String>> records = MakeRecords<String>();
+    static const std::vector<Record<String>> records = MakeRecords<String>(0);
+    static const std::vector<Record<String>> backwards = MakeRecords<String>(Records - 1);
     const struct {
         Part part;
         const char* name;
     } parts[] = {{Whole, "records"}, {Numbers, "numbers"}, {Text, "text"}};
     for (const auto& [part, name] : parts) {
-        const auto check = [part = part](benchmark::State& state, std::stringstream& stream) {
-            std::vector<Record<String>> come(records.size());
-            Contender::Encode(stream, part, records);
+        const auto check = [part = part](benchmark::State& state, std::stringstream& stream,
+                                         const std::vector<Record<String>>& sent) {
+            std::vector<Record<String>> come(sent.size());
+            Contender::Encode(stream, part, sent);
             Contender::Decode(stream, part, come);
-            if (!Equal(part, records, come))
+            if (!Equal(part, sent, come))
                 state.SkipWithError("what came back is not what was sent");
         };
         contest::Contend({std::string("encode ") + name}, contender,
                          [=, part = part](benchmark::State& state) {
                              std::stringstream stream;
-                             check(state, stream);
+                             check(state, stream, records);
                              for (auto _ : state) {
                                  stream.seekp(0);
                                  Contender::Encode(stream, part, records);
@@ -233,12 +237,16 @@ void Enter(const char* contender) {
                          });
         contest::Contend({std::string("decode ") + name}, contender,
                          [=, part = part](benchmark::State& state) {
-                             std::stringstream stream;
-                             check(state, stream);
+                             // A text takes the place of one of another length.
+                             std::stringstream streams[2];
+                             check(state, streams[0], records);
+                             check(state, streams[1], backwards);
                              std::vector<Record<String>> come(records.size());
+                             int next = 0;
                              for (auto _ : state) {
-                                 stream.seekg(0);
-                                 Contender::Decode(stream, part, come);
+                                 streams[next].seekg(0);
+                                 Contender::Decode(streams[next], part, come);
+                                 next ^= 1;
                                  benchmark::DoNotOptimize(come.data());
                              }
                          });
