@@ -43,18 +43,6 @@ std::size_t CountWords(const unsigned char* bits, std::size_t words) {
     return SumOfBytes(sums);
 }
 
-/// The byte from which on not every block of words is 0: `byte`, or a later one as many words on.
-std::size_t SkipZeros(const unsigned char* bits, std::size_t byte, std::size_t bytes) {
-    constexpr std::size_t step = 4 * wordBytes;
-    for (; byte + step <= bytes; byte += step) {
-        Word raw[4]; // 0 is 0 in any order
-        std::memcpy(raw, bits + byte, step);
-        if ((raw[0] | raw[1] | raw[2] | raw[3]) != 0)
-            break;
-    }
-    return byte;
-}
-
 /// The bits [from, from + count) on top of a word, `count` at most a word's.
 Word LoadBits(const unsigned char* bits, std::size_t from, std::size_t count) {
     const std::size_t shift = from & 7;
@@ -123,15 +111,32 @@ std::size_t FindForward(const unsigned char* bits, std::size_t from, std::size_t
         return end;
     std::size_t byte = from / 8;
     const std::size_t bytes = (end + 7) / 8;
-    // Only the first word can hold bits that lie before the range.
-    for (Word wanted = ~Word{0} >> (from & 7); byte < bytes; wanted = ~Word{0}) {
+    const auto next = [&] {
         const std::size_t left = bytes - byte;
-        const Word word =
-            (left >= wordBytes ? Load(bits + byte) : LoadSome(bits + byte, left)) & wanted;
-        if (word != 0)
-            return std::min(end, byte * 8 + static_cast<std::size_t>(std::countl_zero(word)));
-        byte = SkipZeros(bits, byte + wordBytes, bytes);
-    }
+        if (left >= wordBytes)
+            return Load(bits + byte);
+        // What lies before the range is there to be read as well.
+        return bytes >= wordBytes ? Load(bits + bytes - wordBytes) << (wordBytes - left) * 8
+                                  : LoadSome(bits + byte, left);
+    };
+    const auto found = [&](Word word) {
+        return std::min(end, byte * 8 + static_cast<std::size_t>(std::countl_zero(word)));
+    };
+    // Only the first word can hold bits that lie before the range.
+    if (const Word word = next() & ~Word{0} >> (from & 7); word != 0)
+        return found(word);
+    byte += wordBytes;
+    const auto raw = [&](std::size_t behind) {
+        Word word; // 0 is 0 in any order
+        std::memcpy(&word, bits + byte + behind, wordBytes);
+        return word;
+    };
+    for (; byte + 32 <= bytes; byte += 32)
+        if ((raw(0) | raw(8) | raw(16) | raw(24)) != 0)
+            break;
+    for (; byte < bytes; byte += wordBytes)
+        if (const Word word = next(); word != 0)
+            return found(word);
     return end;
 }
 

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 //
 // Bits kept in bytes, the first bit on top of the first byte, worked on as words of 64: the
-// results are those of going through the bits one by one. No function touches a byte that holds
-// none of the bits it was asked about.
+// results are those of going through the bits one by one. No function writes a byte that holds
+// none of the bits it was asked about, or reads one behind them.
 #ifndef PLINTH_DS_BITWORDS_H
 #define PLINTH_DS_BITWORDS_H
 

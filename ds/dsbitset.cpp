@@ -28,6 +28,18 @@ bool Fits(unsigned long size) {
     return size >> 3 < INT_MAX && size <= dsBitSet::none - bitwords::wordBits;
 }
 
+/// Does operation(T of `mine`, T of `theirs`), and stores the first in `to`.
+template <typename T, typename Operation>
+void CombineAt(const unsigned char* mine, const unsigned char* theirs, unsigned char* to,
+               Operation operation, std::size_t width = sizeof(T)) {
+    T left{};
+    T right{};
+    std::memcpy(&left, mine, width);
+    std::memcpy(&right, theirs, width);
+    operation(left, right);
+    std::memcpy(to, &left, width);
+}
+
 } // namespace
 
 dsBitSet::dsBitSet(unsigned long size)
@@ -176,37 +188,33 @@ void dsBitSet::Reverse() {
     onCountValid = false;
 }
 
-/// Puts operation(word of this set, word of `other`) in place of each word.
+/// Does operation(word of this set, word of `other`) to each word, two at once.
 template <typename Operation>
 int dsBitSet::Combine(const dsBitSet& other, Operation operation) {
     using bitwords::Word;
+    using TwoWords [[gnu::vector_size(16)]] = Word;
     onCountValid = false;
     if (bitCount != other.bitCount)
         return 0;
     unsigned char* const mine = bytes; // a copy: a store to bytes might change a member
     const unsigned char* const theirs = other.bytes;
-    const auto combined = [=](std::size_t from, std::size_t width) {
-        Word left = 0;
-        Word right = 0;
-        std::memcpy(&left, mine + from, width);
-        std::memcpy(&right, theirs + from, width);
-        return operation(left, right);
-    };
     const std::size_t size = BytesFor(bitCount);
-    if (size < bitwords::wordBytes) {
-        const Word only = combined(0, size);
-        std::memcpy(mine, &only, size);
+    if (size < sizeof(Word)) {
+        CombineAt<Word>(mine, theirs, mine, operation, size);
         return 1;
     }
     // The last word overlaps the one before it, so it is made of what both were.
-    const std::size_t tail = size - bitwords::wordBytes;
-    const Word last = combined(tail, bitwords::wordBytes);
-    const std::size_t words = size / bitwords::wordBytes;
-    for (std::size_t i = 0; i < words; ++i) {
-        const Word word = combined(i * bitwords::wordBytes, bitwords::wordBytes);
-        std::memcpy(mine + i * bitwords::wordBytes, &word, bitwords::wordBytes);
-    }
-    std::memcpy(mine + tail, &last, bitwords::wordBytes);
+    const std::size_t tail = size - sizeof(Word);
+    unsigned char last[sizeof(Word)];
+    CombineAt<Word>(mine + tail, theirs + tail, last, operation);
+    std::size_t done = 0;
+    constexpr std::size_t step = 4 * sizeof(TwoWords);
+    for (; size - done >= step; done += step)
+        for (std::size_t i = done; i < done + step; i += sizeof(TwoWords))
+            CombineAt<TwoWords>(mine + i, theirs + i, mine + i, operation);
+    for (; size - done >= sizeof(Word); done += sizeof(Word))
+        CombineAt<Word>(mine + done, theirs + done, mine + done, operation);
+    std::memcpy(mine + tail, last, sizeof last);
     return 1;
 }
 
@@ -220,33 +228,42 @@ int dsBitSet::operator=(const dsBitSet& other) {
 }
 
 int dsBitSet::operator&=(const dsBitSet& other) {
-    return Combine(other, [](auto mine, auto theirs) { return mine & theirs; });
+    return Combine(other, [](auto& mine, const auto& theirs) { mine &= theirs; });
 }
 
 int dsBitSet::operator|=(const dsBitSet& other) {
-    return Combine(other, [](auto mine, auto theirs) { return mine | theirs; });
+    return Combine(other, [](auto& mine, const auto& theirs) { mine |= theirs; });
 }
 
 int dsBitSet::operator^=(const dsBitSet& other) {
-    const int combined = Combine(other, [](auto mine, auto theirs) { return mine ^ theirs; });
+    const int combined = Combine(other, [](auto& mine, const auto& theirs) { mine ^= theirs; });
     if (combined != 0)
         ClearSpareBits();
     return combined;
 }
 
 int dsBitSet::operator-=(const dsBitSet& other) {
-    return Combine(other, [](auto mine, auto theirs) { return mine & ~theirs; });
+    return Combine(other, [](auto& mine, const auto& theirs) { mine &= ~theirs; });
 }
 
 int dsBitSet::operator%=(const dsBitSet& other) {
-    return Combine(other, [](auto mine, auto theirs) { return theirs & ~mine; });
+    return Combine(other, [](auto& mine, const auto& theirs) { mine = theirs & ~mine; });
 }
 
 unsigned long dsBitSet::SearchNext(unsigned long i) const {
     if (!Exist(i))
         return none;
-    const std::size_t found = bitwords::FindForward(bytes, i + 1, bitCount);
-    return found == bitCount ? none : found;
+    std::size_t from = i + 1;
+    if (from / 8 + bitwords::wordBytes <= BytesFor(bitCount)) { // most are near
+        const auto near = bitwords::Load(bytes + from / 8) << (from & 7);
+        if (near != 0) {
+            from += static_cast<std::size_t>(std::countl_zero(near));
+            return from < bitCount ? from : none;
+        }
+        from = (from & ~std::size_t{7}) + bitwords::wordBits;
+    }
+    const std::size_t found = bitwords::FindForward(bytes, from, bitCount);
+    return found < bitCount ? found : none;
 }
 
 unsigned long dsBitSet::Previous(unsigned long i) const {
