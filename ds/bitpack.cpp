@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <array>
+#include <bit>
 #include <climits>
 #include <cstdint>
 #include <cstring>
@@ -16,6 +17,7 @@
 #include <ostream>
 #include <string>
 
+#include "ds/bitwords.h"
 #include "dsbitset.h"
 
 namespace {
@@ -28,6 +30,11 @@ class PackBuffer {
 public:
     explicit PackBuffer(std::ostream& target) : os(target) {}
 
+    void PutLiteral(char byte) {
+        if (used == bytes.size())
+            Flush();
+        bytes[used++] = byte;
+    }
     void PutLiterals(const char* data, std::size_t count) {
         if (count >= bytes.size()) {
             Flush();
@@ -40,8 +47,11 @@ public:
         used += count;
     }
     void PutRun(std::size_t length) {
-        const char run[2] = {0, static_cast<char>(static_cast<unsigned char>(length))};
-        PutLiterals(run, sizeof run);
+        if (used + 2 > bytes.size())
+            Flush();
+        bytes[used] = 0;
+        bytes[used + 1] = static_cast<char>(static_cast<unsigned char>(length));
+        used += 2;
     }
     void Flush() {
         os.write(bytes.data(), static_cast<std::streamsize>(used));
@@ -56,12 +66,20 @@ private:
 
 /// The first byte of the range that is not 0.
 const char* SkipZeros(const char* from, const char* end) {
-    unsigned long word = 0;
-    while (static_cast<std::size_t>(end - from) >= sizeof word) {
-        std::memcpy(&word, from, sizeof word);
-        if (word != 0)
-            break;
-        from += sizeof word;
+    const auto word = [](const char* at) {
+        bitwords::Word raw; // 0 is 0 in any order
+        std::memcpy(&raw, at, sizeof raw);
+        return raw;
+    };
+    for (; end - from >= 32; from += 32) {
+        const bitwords::Word one = word(from);
+        const bitwords::Word two = one | word(from + 8);
+        const bitwords::Word three = two | word(from + 16);
+        if ((three | word(from + 24)) == 0)
+            continue;
+        // Nobody can predict which of them it is: arithmetic takes the place of branches.
+        from += 8 * ((one == 0) + (two == 0) + (three == 0));
+        return from + std::countl_zero(bitwords::FirstBitOnTop(word(from))) / 8;
     }
     return std::find_if(from, end, [](char byte) { return byte != 0; });
 }
@@ -96,8 +114,13 @@ int Pack(const char* data, unsigned int count, std::ostream& os) {
     PackBuffer out(os);
     const char* const end = data + count;
     while (data != end && !os.fail()) {
-        const char* const zeros = FindZero(data, end);
-        out.PutLiterals(data, static_cast<std::size_t>(zeros - data));
+        const char* zeros = data;
+        if (end - data > 1 && data[0] != 0 && data[1] == 0) { // as in sparse sets
+            out.PutLiteral(*zeros++);
+        } else if (*data != 0) {
+            zeros = FindZero(data, end);
+            out.PutLiterals(data, static_cast<std::size_t>(zeros - data));
+        }
         data = SkipZeros(zeros, end);
         for (auto left = static_cast<std::size_t>(data - zeros); left != 0;) {
             const std::size_t length = std::min(left, longestRun);
@@ -119,8 +142,25 @@ std::size_t UnpackAtMost(std::istream& is, char* target, std::size_t limit) {
         const char* from = bytes.data();
         const char* const end = from + is.gcount();
         while (from != end) {
-            if (!inRun) {
-                const char* const zero = FindZero(from, end);
+            if (inRun) {
+                const std::size_t length = static_cast<unsigned char>(*from++);
+                const std::size_t fitting = std::min(length, limit - stored);
+                if (fitting == 1)
+                    target[stored] = 0;
+                else
+                    std::memset(target + stored, 0, fitting);
+                stored += fitting;
+                if (fitting != length)
+                    return limit + 1;
+                inRun = false;
+                continue;
+            }
+            // One byte between runs, as in sparse sets, is not worth a call.
+            const char* zero = from;
+            if (end - from > 1 && from[1] == 0 && from[0] != 0 && stored < limit) {
+                target[stored++] = *zero++;
+            } else if (*from != 0) {
+                zero = FindZero(from, end);
                 const auto literals = static_cast<std::size_t>(zero - from);
                 const std::size_t fitting = std::min(literals, limit - stored);
                 std::memcpy(target + stored, from, fitting);
@@ -129,17 +169,9 @@ std::size_t UnpackAtMost(std::istream& is, char* target, std::size_t limit) {
                     return limit + 1;
                 if (zero == end)
                     break;
-                inRun = true;
-                from = zero + 1;
-            } else {
-                const std::size_t length = static_cast<unsigned char>(*from++);
-                const std::size_t fitting = std::min(length, limit - stored);
-                std::memset(target + stored, 0, fitting);
-                stored += fitting;
-                if (fitting != length)
-                    return limit + 1;
-                inRun = false;
             }
+            inRun = true;
+            from = zero + 1;
         }
     }
     return inRun ? 0 : stored;

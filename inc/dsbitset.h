@@ -138,8 +138,9 @@ private:
 /// Writes the indices that are on as "[1, 5]".
 ZEL_EXPORT std::ostream& operator<<(std::ostream& os, const dsBitSet& set);
 
-/// Writes `count` bytes in packed form (docs/formats.md). 0, or 1 if there are none or the stream
-/// fails.
+/// Writes `count` bytes in packed form (docs/formats.md): each row of at most 255 bytes of 0
+/// becomes a 0 and its length, and every other byte stands for itself, so that each has to be
+/// looked at. 0, or 1 if there are none or the stream fails.
 ZEL_EXPORT int Pack(const char* data, unsigned int count, std::ostream& os);
 
 /// Reads a packed block, which is the rest of the stream. The bytes that it held; 0 for a block
