@@ -220,13 +220,16 @@ public:
     void operator+=(const T& element) {
         const unsigned int old = size;
         if (__builtin_expect(old < capacity, 1) && dsIsExactly<dsXArray>(*this)) {
-            T* const gap = data + old;
-            size = old + 1;
             // Not assigned: an element may have members that are constant.
-            std::memmove(static_cast<void*>(gap), &element, sizeof(T));
+            std::memmove(static_cast<void*>(data + old), &element, sizeof(T));
+        } else if constexpr (std::is_scalar_v<T>) {
+            const T copy = element; // so that what a loop appends need not be in memory
+            AppendWithRoom(1, &copy);
         } else {
             AppendWithRoom(1, &element);
         }
+        // On either way, and last: so a compiler knows the size in the next round of a loop.
+        size = old + 1;
     }
     /// Takes `count` elements out; a non-null `removed` receives them.
     void RemoveAt(unsigned int pos, unsigned int count, T* removed) {
