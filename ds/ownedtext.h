@@ -9,8 +9,6 @@
 #include <memory>
 #include <utility>
 
-#include <string.h> // strnlen
-
 #include "dsstring.h"
 
 struct OwnedText {
@@ -27,15 +25,10 @@ struct OwnedText {
         string.text = made.release();
     }
 
-    /// Makes a copy of `size` bytes the text of `string`. What is there already in a buffer of that
-    /// size is written over.
+    /// Makes a copy of `size` bytes the text of `string`.
     ///
     /// Requires: there is no NUL among the bytes.
     static void Assign(dsString& string, const char* bytes, std::size_t size) {
-        if (string.text != empty && ::strnlen(string.text, size + 1) == size) {
-            std::memmove(string.text, bytes, size);
-            return;
-        }
         auto copy = std::make_unique_for_overwrite<char[]>(size + 1);
         std::memcpy(copy.get(), bytes, size);
         copy[size] = '\0';
