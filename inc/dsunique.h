@@ -6,7 +6,8 @@
 // How dsUniqueString differs from std::string: its text never changes, and it is neither copied
 // nor assigned. Making one of a text that is there costs a look into a table. A new text costs two
 // allocations, a binary search in the process-wide database, which is one array in the order of
-// the texts, and a block move of what lies behind it; and another move when it goes.
+// the texts, and a block move of what lies behind it; and another move when it goes. An object is
+// two words, since it has virtual operations.
 //
 // Nothing here is safe between threads: one thread at a time makes or destroys unique strings and
 // counts references. Unique strings of static lifetime, in any module, are fine.
