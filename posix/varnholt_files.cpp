@@ -53,8 +53,16 @@ int OpenFlags(unsigned int access, unsigned int disposition) {
     }
 }
 
-bool Lock(int descriptor, int operation) {
+/// Takes the sharing mode, or tells that another has the file. A lock cannot say more than shared
+/// or exclusive, so a writer that would share counts as one that does not.
+bool Claim(int descriptor, unsigned int access, unsigned int sharing) {
+    const bool shared = (access & writeAccess) == 0 && (sharing & shareReading) != 0;
+    const int operation = (shared ? LOCK_SH : LOCK_EX) | LOCK_NB;
     return sys::retry([&] { return sys::flock(descriptor, operation); }) == 0;
+}
+
+bool Empty(int descriptor) {
+    return sys::retry([&] { return sys::ftruncate(descriptor, 0); }) == 0;
 }
 
 /// `made` tells of a file that would be emptied that it was not there before.
@@ -72,42 +80,38 @@ int Open(const char* path, int flags, unsigned int disposition, bool& made) {
     return open(0);
 }
 
-/// What follows an open: the sharing mode, the refusal of directories, the emptying. `info` is what
+/// What follows an open: the refusal of directories, the sharing mode, the emptying. `size` is what
 /// it was before that.
-bool Settle(int descriptor, bool made, unsigned int access, unsigned int sharing,
-            unsigned int disposition, struct stat& info) {
-    // A lock cannot say more than shared or exclusive, so a writer that would share counts as
-    // one that does not. It comes before the look, after which a file that was empty stays so.
-    const bool shared = (access & writeAccess) == 0 && (sharing & shareReading) != 0;
-    const bool locked = Lock(descriptor, (shared ? LOCK_SH : LOCK_EX) | LOCK_NB);
-    const int refusal = errno;
-    // One that was made just now is a file, and empty unless somebody else had it in between.
-    if (made && locked && sys::lseek(descriptor, 0, SEEK_END) == 0) {
-        info.st_size = 0;
-        return true;
-    }
+bool Settle(int descriptor, unsigned int access, unsigned int sharing, unsigned int disposition,
+            off_t& size) {
+    struct stat info;
     if (sys::fstat(descriptor, &info) != 0)
         return false;
+    size = info.st_size;
     if (S_ISDIR(info.st_mode)) {
         errno = EISDIR;
         return false;
     }
-    // Devices and pipes are shared by nature, and keep nothing.
+    // Devices and pipes are shared by nature, and keep nothing. Others may use locks of their own
+    // at them, which are not touched.
     if (!S_ISREG(info.st_mode)) {
         errno = ENOTSUP;
         return disposition != openAlways && !(S_ISFIFO(info.st_mode) && access == readAccess) &&
-               (!locked || Lock(descriptor, LOCK_UN)) && sys::fcntl(descriptor, F_SETFL, 0) == 0;
+               sys::fcntl(descriptor, F_SETFL, 0) == 0;
     }
-    if (!locked) {
-        errno = refusal;
+    if (!Claim(descriptor, access, sharing))
         return false;
-    }
-    // A file that was there is emptied even where it is empty: it is as new from now on. For one
-    // that was made just now, that would be the dearest call of all on some file systems.
-    if (disposition != createAlways && disposition != truncateExisting)
-        return true;
-    return sys::retry([&] { return sys::ftruncate(descriptor, 0); }) == 0 &&
-           (!made || sys::lseek(descriptor, 0, SEEK_SET) == 0);
+    // A file that was there is emptied even where it is empty: it is as new from now on.
+    return (disposition != createAlways && disposition != truncateExisting) || Empty(descriptor);
+}
+
+/// The same for a file that was made by this opening, to be as new: it is so already, unless
+/// somebody else had it in between. To empty it in any case would be the dearest call of all on
+/// some file systems.
+bool SettleMade(int descriptor, unsigned int access, unsigned int sharing) {
+    return Claim(descriptor, access, sharing) &&
+           (sys::lseek(descriptor, 0, SEEK_END) == 0 ||
+            (Empty(descriptor) && sys::lseek(descriptor, 0, SEEK_SET) == 0));
 }
 
 } // namespace
@@ -127,15 +131,15 @@ void* uCreateFile(const char* path, unsigned int access, unsigned int sharing, v
             errno = ENOTSUP;
         return zelHandleOfDescriptor(-1);
     }
-    struct stat info;
-    if (!Settle(descriptor, made, access, sharing, disposition, info)) {
+    off_t size = 0;
+    if (!(made ? SettleMade(descriptor, access, sharing)
+               : Settle(descriptor, access, sharing, disposition, size))) {
         const sys::KeepErrno keep;
         sys::close(descriptor);
         return zelHandleOfDescriptor(-1);
     }
-    constexpr off_t readAhead = 128
-                                << 10; // the system reads so much of a small file at once anyway
-    if ((hints & sequentialScan) != 0 && info.st_size > readAhead)
+    constexpr off_t readAhead = 128 << 10; // so much of a file the system reads at once anyway
+    if ((hints & sequentialScan) != 0 && size > readAhead)
         sys::posix_fadvise(descriptor, 0, 0, POSIX_FADV_SEQUENTIAL);
     errno = former;
     return zelHandleOfDescriptor(descriptor);
