@@ -52,9 +52,6 @@ inline void SetText(char (&target)[pfuPathSize], const char* source) {
 /// (False says nothing.)
 bool IsPlainNative(const char* text, std::size_t length);
 
-/// Writes the native form of a path to `target` and gives its length.
-std::size_t MakeNative(char (&target)[pfuPathSize], const char* source);
-
 /// True if a path of `length` bytes can take one more element of `added` bytes.
 constexpr bool CanJoin(std::size_t length, std::size_t added) {
     return length + added + 2 < pfuPathSize;

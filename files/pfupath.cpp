@@ -89,16 +89,6 @@ bool files::IsPlainNative(const char* text, std::size_t length) {
     return (found & each * 0x80) == 0;
 }
 
-std::size_t files::MakeNative(char (&target)[pfuPathSize], const char* source) {
-    std::size_t length = source != nullptr ? std::strlen(source) : 0;
-    SetText(target, source, length);
-    if (length >= pfuPathSize)
-        length = 0;
-    if (!IsPlainNative(target, length))
-        ReplaceSeparators(target, nativeSeparator);
-    return length;
-}
-
 bool issep(char* position) {
     return IsSeparator(*position);
 }
@@ -238,7 +228,10 @@ void pfuDirPath::GetCurrentDir() {
 }
 
 pfuOSPath::pfuOSPath(const char* source) {
-    files::MakeNative(text, source);
+    const std::size_t length = source != nullptr ? std::strlen(source) : 0;
+    files::SetText(text, source, length);
+    if (length < pfuPathSize && !files::IsPlainNative(text, length))
+        ReplaceSeparators(text, files::nativeSeparator);
 }
 
 void pfuOSPath::ToNeutral(pfuDirPath& path) const {

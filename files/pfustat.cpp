@@ -28,7 +28,7 @@ bool AskName(Ask ask, const char* fallback, dsString& name) {
 
 /// What FileInfo_Read tells of the native form of a path, without separators at its end. Most paths
 /// are that already, and need not be copied.
-bool Ask(const char* path, zelFileInfo& info) {
+bool ReadInfo(const char* path, zelFileInfo& info) {
     const std::size_t length = std::strlen(path);
     if (length != 0 && path[length - 1] != files::nativeSeparator &&
         files::IsPlainNative(path, length))
@@ -42,7 +42,7 @@ bool Ask(const char* path, zelFileInfo& info) {
 
 pfStat::pfStat(const pfuDirPath& path) {
     zelFileInfo info;
-    if (!Ask(path, info))
+    if (!ReadInfo(path, info))
         return;
     modified = info.modified;
     size = info.size <= LONG_MAX ? static_cast<long>(info.size) : LONG_MAX;
