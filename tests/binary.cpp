@@ -95,10 +95,9 @@ struct Value {
                 return Untouched;
             tell(std::string(data, static_cast<std::size_t>(length)), Bytes(), "");
         } else if (!isNumber) {
-            const std::string before(Bytes().size() | 1, '?'); // as long, or not
-            dsString target(before.c_str());
+            dsString target("before");
             in >> target;
-            tell(std::string(target), Bytes(), before);
+            tell(std::string(target), Bytes(), "before");
         }
         return outcome;
     }
