@@ -30,7 +30,7 @@ LIMIT = "limit"
 CALLS_LIMIT = "limit (system calls)"
 # How much slower than the system calls that could do the job an operation may be.
 CALLS_GOAL = 1.2
-# A difference that is smaller, or where the middle halves of the repetitions overlap, is noise.
+# A difference that is smaller, or where the confidence intervals of the medians meet, is noise.
 NOISE = 1.05
 
 # Which shape stands for whom in the charts, by how the contender's name begins.
@@ -52,10 +52,17 @@ class Times:
         return statistics.median(self.all)
 
     @property
-    def middle(self):
-        """The middle half."""
-        quarters = statistics.quantiles(self.all, n=4)
-        return quarters[0], quarters[2]
+    def interval(self):
+        """Where the median would lie, however often it was repeated, with a confidence of 95 %.
+
+        Of any distribution: each repetition is on either side of the true median like a coin.
+        """
+        count, left_out, tail = len(self.all), 0, 0
+        while (tail := tail + math.comb(count, left_out) / 2**count) <= 0.025:
+            left_out += 1
+        ordered = sorted(self.all)
+        first = max(left_out - 1, 0)
+        return ordered[first], ordered[-1 - first]
 
 
 class Row:
@@ -109,7 +116,7 @@ class Row:
             for contender, times in sorted(contenders.items()):
                 ratio = times.median / ours.median
                 goal = 1 / (CALLS_GOAL if contender == CALLS_LIMIT else NOISE)
-                apart = times.middle[1] < ours.middle[0]
+                apart = times.interval[1] < ours.interval[0]
                 if contender not in (PLINTH, LIMIT) and ratio < goal and apart:
                     yield measure, size, contender, ratio
 
@@ -127,7 +134,7 @@ class Row:
                 if times is None:
                     cells.append("")
                 elif contender == PLINTH:
-                    low, high = times.middle
+                    low, high = times.interval
                     spread = 100 * (high - low) / 2 / times.median
                     cells.append(f"{duration(times.median)} ±{spread:.0f} %")
                 else:
@@ -280,14 +287,14 @@ def report(rows, date):
     yield "# Beside its peers"
     yield ""
     yield ("Made by `scripts/bench`, which anyone can run again: every contender does the same "
-           "work in the same\nprogram, built with the same flags, at least nine times, in turns. "
-           "Figures are medians. Plinth's is a\ntime, with half the width of the middle half of "
-           "the repetitions; those of the others are multiples of\nit: more than 1 is slower than "
-           "Plinth. Times are this machine's; what can be compared elsewhere are\nthe ratios.")
+           "work in the same\nprogram, built with the same flags, 25 times, in turns. "
+           "Figures are medians. Plinth's is a time, with\nhalf the width of its confidence "
+           "interval (95 %); those of the others are multiples of it: more than\n1 is slower than "
+           "Plinth. Times are this machine's; what can be compared elsewhere are the ratios.")
     yield ""
     yield (f"A **bold** figure is a goal that is not reached: a contender that is faster by more "
            f"than {100 * (NOISE - 1):.0f} %, or a\nlimit of system calls that is exceeded by more "
-           f"than {100 * (CALLS_GOAL - 1):.0f} %, where the middle halves do not meet. The\nother "
+           f"than {100 * (CALLS_GOAL - 1):.0f} %, where the confidence intervals do not meet.\nThe other "
            "limits, the plainest code that could do the job, show what the service costs; nobody "
            "offers\nit for that.")
     yield ""
