@@ -11,6 +11,7 @@
 #include <array>
 #include <bit>
 #include <climits>
+#include <cstddef>
 #include <cstdint>
 #include <cstring>
 #include <istream>
@@ -78,7 +79,7 @@ const char* SkipZeros(const char* from, const char* end) {
         if ((three | word(from + 24)) == 0)
             continue;
         // Nobody can predict which of them it is: arithmetic takes the place of branches.
-        from += 8 * ((one == 0) + (two == 0) + (three == 0));
+        from += std::ptrdiff_t{8} * ((one == 0) + (two == 0) + (three == 0));
         return from + std::countl_zero(bitwords::FirstBitOnTop(word(from))) / 8;
     }
     return std::find_if(from, end, [](char byte) { return byte != 0; });

@@ -6,6 +6,7 @@
 #include "outside/quillmarsh/multibyte.h"
 
 #include <algorithm>
+#include <cstddef>
 #include <cstdint>
 #include <cstring>
 #include <cwchar>
@@ -69,7 +70,7 @@ template <int Words>
 bool ArePlain(const char* text) {
     constexpr std::uint64_t ones = utf8::highBits >> 7;
     std::uint64_t found = 0;
-    for (int i = 0; i < Words; ++i) {
+    for (std::ptrdiff_t i = 0; i < Words; ++i) {
         std::uint64_t word;
         std::memcpy(&word, text + i * utf8::wordSize, sizeof word);
         found |= word | (word - ones);

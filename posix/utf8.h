@@ -120,7 +120,8 @@ inline bool IsValid(const char* text, const char* end) {
         text += count;
         if (count == wordSize) {
             // Where so many are ASCII, the next ones often are as well.
-            for (; end - text >= 4 * wordSize; text += 4 * wordSize) {
+            constexpr std::ptrdiff_t fourWords = sizeof(std::uint64_t[4]);
+            for (; end - text >= fourWords; text += fourWords) {
                 std::uint64_t block[4];
                 std::memcpy(block, text, sizeof block);
                 if (((block[0] | block[1] | block[2] | block[3]) & highBits) != 0)
